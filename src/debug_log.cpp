@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "debug_log.h"
+
+#include "raii.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <charconv>
+#include <cstdarg>
+#include <cstdint>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <pthread.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <sys/time.h>
+
+namespace vekml {
+namespace {
+
+constexpr char log_path[] = "/tmp/smi.log";
+constexpr std::uint64_t size_limit = 0x100000;
+
+// The folder is open to everyone and the writer may be root: no link is followed, no FIFO waited for.
+constexpr int safe_flags = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+constexpr int append_flags = O_WRONLY | O_APPEND | safe_flags;
+
+/** Open without O_CREAT first: where the kernel protects files in sticky folders, a creating open of another user's
+ *  log fails, even for root. */
+unique_fd open_log()
+{
+    unique_fd log(open(log_path, append_flags));
+    if (!log && errno == ENOENT) {
+        log.reset(open(log_path, append_flags | O_CREAT | O_EXCL, 0666));
+        if (!log && errno == EEXIST) // another process was quicker
+            log.reset(open(log_path, append_flags));
+    }
+    return log;
+}
+
+/** A log that has grown past the limit is emptied, unless it may not be read: its size then stays unknown. */
+void empty_when_full(int log, std::uint64_t size)
+{
+    if (size > size_limit && unique_fd(open(log_path, O_RDONLY | safe_flags)))
+        (void)!ftruncate(log, 0);
+}
+
+bool is_ready(int log)
+{
+    struct statx state;
+    if (statx(log, "", AT_EMPTY_PATH, STATX_TYPE | STATX_SIZE, &state) != 0 || !S_ISREG(state.stx_mode))
+        return false;
+    empty_when_full(log, state.stx_size);
+    return true;
+}
+
+struct second_text {
+    std::time_t second = -1;
+    std::size_t length = 0;
+    char text[30];
+};
+
+std::string_view local_time(std::time_t now)
+{
+    thread_local second_text cached;
+    if (cached.second != now) {
+        std::tm broken_down;
+        const bool known = localtime_r(&now, &broken_down) != nullptr;
+        cached.length = known ? std::strftime(cached.text, sizeof cached.text, "%Y-%m-%d %H:%M:%S", &broken_down) : 0;
+        cached.second = now;
+    }
+    return {cached.text, cached.length};
+}
+
+// Asking the kernel costs a tenth of a message, so the answer is kept until a fork makes another process of this one.
+std::atomic<pid_t> known_process = 0;
+const bool forgets_on_fork = pthread_atfork(nullptr, nullptr, [] { known_process = 0; }) == 0;
+
+long process_id()
+{
+    pid_t process = known_process.load(std::memory_order_relaxed);
+    if (process == 0) {
+        process = getpid();
+        if (forgets_on_fork)
+            known_process.store(process, std::memory_order_relaxed);
+    }
+    return process;
+}
+
+/** Appends to a buffer that is large enough for every prefix; cuts what does not fit. */
+class prefix_writer {
+public:
+    prefix_writer(char *begin, char *end) : next_(begin), end_(end) {}
+
+    prefix_writer &operator<<(std::string_view text)
+    {
+        const auto length = std::min(text.size(), static_cast<std::size_t>(end_ - next_));
+        std::memcpy(next_, text.data(), length);
+        next_ += length;
+        return *this;
+    }
+    prefix_writer &operator<<(long number)
+    {
+        const auto [end, error] = std::to_chars(next_, end_, number);
+        if (error == std::errc())
+            next_ = end;
+        return *this;
+    }
+    prefix_writer &six_digits(long number)
+    {
+        char digits[6];
+        for (int i = 5; i >= 0; --i, number /= 10)
+            digits[i] = static_cast<char>('0' + number % 10);
+        return *this << std::string_view(digits, sizeof digits);
+    }
+    char *end() const { return next_; }
+
+private:
+    char *next_;
+    char *end_;
+};
+
+/** "[DBG][<time>.<microseconds>,pid:<pid>][vekml]<file>(<line>)-<<function>>: " */
+char *write_prefix(char *begin, char *end, const char *file, int line, const char *function)
+{
+    timeval now;
+    gettimeofday(&now, nullptr);
+    prefix_writer out(begin, end);
+    out << "[DBG][" << local_time(now.tv_sec) << ".";
+    out.six_digits(now.tv_usec) << ",pid:" << process_id() << "][vekml]";
+    out << file << "(" << static_cast<long>(line) << ")-<" << function << ">: ";
+    return out.end();
+}
+
+/** The message behind its prefix, in one write however long it is. */
+[[gnu::format(printf, 5, 0)]] void write_message(int log, char *line, std::size_t prefix, std::size_t capacity,
+                                                 const char *format, va_list arguments)
+{
+    va_list again;
+    va_copy(again, arguments);
+    const int length = vsnprintf(line + prefix, capacity - prefix, format, arguments);
+    const auto needed = prefix + static_cast<std::size_t>(length);
+    if (length >= 0 && needed < capacity) {
+        (void)!write(log, line, needed);
+    } else if (length >= 0) {
+        if (const unique_text whole{static_cast<char *>(malloc(needed + 1))}) {
+            std::memcpy(whole.get(), line, prefix);
+            vsnprintf(whole.get() + prefix, needed + 1 - prefix, format, again);
+            (void)!write(log, whole.get(), needed);
+        }
+    }
+    va_end(again);
+}
+
+} // namespace
+
+void vekml_debug_log(const char *file, int line, const char *function, const char *format, ...)
+{
+    const int callers_errno = errno;
+    if (const unique_fd log = open_log(); log && is_ready(log.get())) {
+        char text[1024];
+        const char *message = write_prefix(text, text + sizeof text / 2, file, line, function);
+        va_list arguments;
+        va_start(arguments, format);
+        write_message(log.get(), text, static_cast<std::size_t>(message - text), sizeof text, format, arguments);
+        va_end(arguments);
+    }
+    errno = callers_errno;
+}
+
+} // namespace vekml

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "raii.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace vekml {
+
+// ---- Driver nodes: 0 on success, -1 on failure, every failure in the debug log ----
+
+/** A driver attribute is at most this long; what lies behind is never read. */
+inline constexpr std::size_t node_capacity = 4096;
+
+/** Read a node's text, less its last byte (a sysfs attribute's newline), into `dst`. An empty node is a success that
+ *  leaves `dst` alone; a text that does not fit is cut, with a warning on standard output. */
+int read_from_node(const char *path, char *dst, std::uint32_t size);
+
+/** Write a text into an existing node, unchanged. */
+int write_to_node(const char *path, const char *text);
+
+/** Read one hexadecimal number; `*value` stays when the node holds none. */
+int get_data_from_node(const char *path, std::uint64_t *value);
+
+/** The path of a node, cut where it exceeds the buffer. */
+template <std::size_t Capacity = 256>
+class node_path {
+public:
+    /** @param suffix begins with a slash */
+    node_path(const char *directory, const char *suffix)
+    {
+        const std::size_t length = append(0, directory);
+        text_[append(length, suffix)] = '\0';
+    }
+    const char *text() const { return text_; }
+    operator const char *() const { return text_; }
+
+private:
+    std::size_t append(std::size_t at, const char *piece)
+    {
+        const std::size_t length = strnlen(piece, Capacity - 1 - at);
+        std::memcpy(text_ + at, piece, length);
+        return at + length;
+    }
+    char text_[Capacity];
+};
+
+/** The leading decimal integer of a text, in the width in which the library stores it; 0 when there is none. */
+std::int32_t decimal(const char *text);
+
+/** The text of one node or, where several are read in turn, of the last one that could be read. */
+template <std::size_t Capacity = 20>
+struct node_text {
+    char text[Capacity] = {};
+
+    int read(const char *path) { return read_from_node(path, text, Capacity); }
+    int read(const char *directory, const char *suffix) { return read(node_path<>(directory, suffix)); }
+    std::int32_t number() const { return decimal(text); }
+};
+
+/** Copy a text into a buffer of `size` bytes, cut where it does not fit, always terminated. */
+void copy_text(char *dst, std::size_t size, const char *text);
+
+// ---- Text helpers ----
+
+/** Match a POSIX extended expression (case-insensitive, newline-sensitive; the start of the text is not the start of a
+ *  line) and hand out the whole match and its `n` groups in `out`, which has n + 1 places. 0 on a match, else -1. */
+int pick_regex(const char *text, const char *pattern, std::uint32_t n, unique_text *out);
+
+/** Write a packed version (major 8 bits, minor 8, patch 16) as "v%x.%x.%x"; leaves `dst` alone when it does not fit. */
+void version_to_str(std::uint32_t version, char *dst, int size);
+
+/** Write a number's hexadecimal digits, without a terminator and none for 0; leaves `dst` alone when they do not
+ *  fit. */
+void decimal_to_hex(std::uint32_t value, char *dst, int size);
+
+/** Number of decimal digits, 0 for 0; a negative number counts as its unsigned value. */
+std::uint32_t bits_of_integer(int value);
+
+/** Parse a PCI address such as "0000:03:00.0". Each number is stored as it is accepted. 0, or -1 when malformed. */
+int parse_dbdf(const char *text, std::uint64_t *domain, std::uint64_t *bus, std::uint64_t *device,
+               std::uint64_t *function);
+
+// ---- The host ----
+
+/** 0 when the driver module is loaded, 1 when it is not, -1 when that cannot be found out. */
+int is_out_of_band();
+
+/** Version of the installed driver package; `ver` is left alone when there is none or it is longer than
+ *  `size`, and lacks a terminator when it is just as long. */
+void get_driver_release_version(char *ver, std::uint32_t size);
+
+/** Setters and debugfs readers are reserved for the effective user 0. */
+bool is_root();
+
+} // namespace vekml
