@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <atomic>
+#include <dlfcn.h>
+
+// Hooks are named after themselves in C++ and after the libc function in the symbol table, so that no
+// libc header's declaration (with its attributes and 64-bit renamings) stands in the way.
+#define VEKSIM_HOOK(symbol) __asm__(symbol) __attribute__((visibility("default")))
+
+#pragma GCC visibility push(hidden)
+namespace veksim {
+
+// The function behind ours, looked up at its first call: hooks run before constructors do.
+template <typename Function>
+class next {
+public:
+    constexpr explicit next(const char *name) : name_(name) {}
+
+    template <typename... Arguments>
+    auto operator()(Arguments... arguments)
+    {
+        Function *function = found_.load(std::memory_order_acquire);
+        if (function == nullptr) {
+            function = reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name_));
+            found_.store(function, std::memory_order_release);
+        }
+        return function(arguments...);
+    }
+
+private:
+    const char *name_;
+    std::atomic<Function *> found_{nullptr};
+};
+
+} // namespace veksim
+#pragma GCC visibility pop

@@ -1,0 +1,241 @@
+// SPDX-License-Identifier: Apache-2.0
+// The requests a card node answers.
+#include "next.h"
+#include "tree.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace veksim {
+namespace {
+
+next<int(const char *, int, ...)> next_open("open");
+next<int(int, struct stat *)> next_fstat("fstat");
+
+constexpr unsigned static_request = 0xC010644B;
+constexpr unsigned information_request = 0xC010644C;
+
+struct information_block {
+    std::uint64_t address;
+    std::uint32_t size;
+    std::uint32_t selector;
+};
+static_assert(sizeof(information_block) == 16);
+
+struct version_block {
+    int major, minor, patch;
+    std::size_t name_length;
+    char *name;
+    std::size_t date_length;
+    char *date;
+    std::size_t description_length;
+    char *description;
+};
+constexpr unsigned version_request = _IOWR('d', 0x00, version_block);
+
+// The caller first asks with length 0, then comes back with room for that length.
+void give_text(const char *text, char *destination, std::size_t *length)
+{
+    std::size_t whole = strlen(text);
+    if (destination != nullptr && *length != 0) {
+        memcpy(destination, text, std::min(*length, whole));
+    }
+    *length = whole;
+}
+
+int answer_version(version_block *block)
+{
+    block->major = 1;
+    block->minor = 4;
+    block->patch = 0;
+    give_text("vekgpu", block->name, &block->name_length);
+    give_text("20240101", block->date, &block->date_length);
+    give_text("VEKGPU DRM driver", block->description, &block->description_length);
+    return 0;
+}
+
+class reply_writer {
+public:
+    reply_writer(void *destination, std::size_t room) : at_(static_cast<char *>(destination)), room_(room) {}
+
+    void put(const void *bytes, std::size_t size)
+    {
+        std::size_t taken = std::min(size, room_);
+        memcpy(at_, bytes, taken);
+        at_ += taken;
+        room_ -= taken;
+    }
+
+    void zero(std::size_t size)
+    {
+        std::size_t taken = std::min(size, room_);
+        memset(at_, 0, taken);
+        at_ += taken;
+        room_ -= taken;
+    }
+
+private:
+    char *at_;
+    std::size_t room_;
+};
+
+void put_numbers(reply_writer &reply, char *values, std::size_t width)
+{
+    char *rest = values;
+    for (;;) {
+        char *end = nullptr;
+        errno = 0;
+        std::uint64_t value = *(rest + strspn(rest, " \t")) == '-' ? static_cast<std::uint64_t>(strtoll(rest, &end, 0))
+                                                                   : strtoull(rest, &end, 0);
+        if (end == rest) {
+            return;
+        }
+        reply.put(&value, width); // both architectures are little-endian
+        rest = end;
+    }
+}
+
+void put_hex(reply_writer &reply, const char *digits)
+{
+    unsigned value = 0;
+    int used = 0;
+    while (sscanf(digits, " %2x%n", &value, &used) == 1) {
+        unsigned char byte = static_cast<unsigned char>(value);
+        reply.put(&byte, 1);
+        digits += used;
+    }
+}
+
+void put_text(reply_writer &reply, char *arguments)
+{
+    char *text = nullptr;
+    std::size_t field = strtoul(arguments, &text, 10);
+    text += *text == ' ' ? 1 : 0;
+    std::size_t length = std::min(strlen(text), field);
+    reply.put(text, length);
+    reply.zero(field - length);
+}
+
+// One line of a reply file; the error number that ends the request, or 0.
+int put_line(reply_writer &reply, char *line)
+{
+    char *keyword = line + strspn(line, " \t");
+    if (*keyword == '\0' || *keyword == '#') {
+        return 0;
+    }
+    char *arguments = keyword + strcspn(keyword, " \t");
+    if (*arguments != '\0') {
+        *arguments++ = '\0';
+    }
+    if (strcmp(keyword, "u8") == 0) {
+        put_numbers(reply, arguments, 1);
+    } else if (strcmp(keyword, "u16") == 0) {
+        put_numbers(reply, arguments, 2);
+    } else if (strcmp(keyword, "u32") == 0) {
+        put_numbers(reply, arguments, 4);
+    } else if (strcmp(keyword, "u64") == 0 || strcmp(keyword, "i64") == 0) {
+        put_numbers(reply, arguments, 8);
+    } else if (strcmp(keyword, "text") == 0) {
+        put_text(reply, arguments);
+    } else if (strcmp(keyword, "hex") == 0) {
+        put_hex(reply, arguments);
+    } else if (strcmp(keyword, "zero") == 0) {
+        reply.zero(strtoul(arguments, nullptr, 10));
+    } else if (strcmp(keyword, "errno") == 0) {
+        return atoi(arguments);
+    } else {
+        fprintf(stderr, "veksim: unknown word \"%s\" in a request's reply\n", keyword);
+        return EINVAL;
+    }
+    return 0;
+}
+
+char *read_whole(const char *path)
+{
+    int fd = next_open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return nullptr;
+    }
+    struct stat info;
+    char *text = nullptr;
+    if (next_fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) {
+        std::size_t size = static_cast<std::size_t>(info.st_size);
+        text = static_cast<char *>(malloc(size + 1));
+        ssize_t length = text == nullptr ? -1 : read(fd, text, size);
+        if (length >= 0) {
+            text[length] = '\0';
+        } else {
+            free(text);
+            text = nullptr;
+        }
+    }
+    close(fd);
+    return text;
+}
+
+std::size_t reply_limit(unsigned request, const information_block &block)
+{
+    std::size_t limit = 120;
+    if (request == information_request && block.selector == 1) {
+        limit = 100000;
+    } else if (request == information_request && block.selector == 2) {
+        limit = 336;
+    }
+    return std::min<std::size_t>(limit, block.size);
+}
+
+int answer_information(unsigned card, unsigned request, const information_block &block)
+{
+    char name[64];
+    char path[PATH_MAX];
+    snprintf(name, sizeof name, "/host/requests/card%u/%08X.%u", card, request, block.selector);
+    char *text = tree_path(path, name) ? read_whole(path) : nullptr;
+    if (text == nullptr) {
+        errno = ENOTTY;
+        return -1;
+    }
+    if (block.address == 0) {
+        free(text);
+        errno = EFAULT;
+        return -1;
+    }
+    reply_writer reply(reinterpret_cast<void *>(block.address), reply_limit(request, block));
+    int error = 0;
+    char *rest = text;
+    while (error == 0 && rest != nullptr) {
+        char *line = strsep(&rest, "\n");
+        error = put_line(reply, line);
+    }
+    free(text);
+    errno = error;
+    return error == 0 ? 0 : -1;
+}
+
+} // namespace
+
+int card_request(unsigned card, unsigned request, void *argument)
+{
+    if (argument == nullptr) {
+        errno = EFAULT;
+        return -1;
+    }
+    switch (request) {
+    case version_request:
+        return answer_version(static_cast<version_block *>(argument));
+    case static_request:
+    case information_request:
+        return answer_information(card, request, *static_cast<information_block *>(argument));
+    default:
+        errno = ENOTTY;
+        return -1;
+    }
+}
+
+} // namespace veksim

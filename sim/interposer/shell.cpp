@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: Apache-2.0
+// Commands run through popen see the tree's own lsmod and dpkg. Their shell is an ordinary one: it runs
+// without this library, which may be built for another architecture than the shell is.
+#include "next.h"
+#include "tree.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <pthread.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace veksim {
+namespace {
+
+next<FILE *(const char *, const char *)> next_popen("popen");
+next<int(FILE *)> next_pclose("pclose");
+
+struct command {
+    FILE *stream;
+    pid_t pid;
+};
+std::array<command, 64> commands{};
+pthread_mutex_t commands_guard = PTHREAD_MUTEX_INITIALIZER;
+
+struct commands_lock {
+    commands_lock() { pthread_mutex_lock(&commands_guard); }
+    ~commands_lock() { pthread_mutex_unlock(&commands_guard); }
+};
+
+bool remember(FILE *stream, pid_t pid)
+{
+    commands_lock lock;
+    for (command &entry : commands) {
+        if (entry.stream == nullptr) {
+            entry = {stream, pid};
+            return true;
+        }
+    }
+    return false;
+}
+
+pid_t forget(FILE *stream)
+{
+    commands_lock lock;
+    for (command &entry : commands) {
+        if (entry.stream == stream) {
+            entry.stream = nullptr;
+            return entry.pid;
+        }
+    }
+    return -1;
+}
+
+bool begins(const char *text, const char *prefix)
+{
+    return strncmp(text, prefix, strlen(prefix)) == 0;
+}
+
+// The environment without what makes a process part of the simulation, and with the tree's commands first.
+// One block: the pointers, then the text of PATH.
+char **shell_environment()
+{
+    std::size_t count = 0;
+    while (environ[count] != nullptr) {
+        ++count;
+    }
+    const char *old_path = getenv("PATH");
+    old_path = old_path != nullptr ? old_path : "/usr/local/bin:/usr/bin:/bin";
+    std::size_t pointers = (count + 2) * sizeof(char *);
+    std::size_t text_size = PATH_MAX + strlen(old_path) + sizeof "PATH=/host/bin:";
+    char *block = static_cast<char *>(malloc(pointers + text_size));
+    if (block == nullptr) {
+        return nullptr;
+    }
+    char **variables = reinterpret_cast<char **>(block);
+    char *path = block + pointers;
+    snprintf(path, text_size, "PATH=%s/host/bin:%s", tree(), old_path);
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        if (!begins(environ[i], "LD_PRELOAD=") && !begins(environ[i], "VEKSIM_TREE=") && !begins(environ[i], "PATH=")) {
+            variables[kept++] = environ[i];
+        }
+    }
+    variables[kept++] = path;
+    variables[kept] = nullptr;
+    return variables;
+}
+
+pid_t spawn_shell(const char *text, int child_end, int child_descriptor)
+{
+    char **variables = shell_environment();
+    if (variables == nullptr) {
+        return -1;
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, child_end, child_descriptor);
+    char shell[] = "sh";
+    char option[] = "-c";
+    char *arguments[] = {shell, option, const_cast<char *>(text), nullptr};
+    pid_t pid = -1;
+    int error = posix_spawn(&pid, "/bin/sh", &actions, nullptr, arguments, variables);
+    posix_spawn_file_actions_destroy(&actions);
+    free(variables);
+    errno = error;
+    return error == 0 ? pid : -1;
+}
+
+int wait_for(pid_t pid)
+{
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR) {
+            return -1;
+        }
+    }
+    return status;
+}
+
+FILE *open_command(const char *text, const char *mode)
+{
+    bool reading = strchr(mode, 'r') != nullptr;
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        return nullptr;
+    }
+    int ours = reading ? ends[0] : ends[1];
+    int theirs = reading ? ends[1] : ends[0];
+    pid_t pid = spawn_shell(text, theirs, reading ? STDOUT_FILENO : STDIN_FILENO);
+    int saved = errno;
+    close(theirs);
+    FILE *stream = pid < 0 ? nullptr : fdopen(ours, reading ? "r" : "w");
+    if (stream == nullptr) {
+        close(ours);
+        errno = saved;
+    } else if (!remember(stream, pid)) {
+        fclose(stream);
+        wait_for(pid);
+        errno = EMFILE;
+        stream = nullptr;
+    }
+    return stream;
+}
+
+} // namespace
+} // namespace veksim
+
+using namespace veksim;
+
+extern "C" {
+
+FILE *hook_popen(const char *text, const char *mode) VEKSIM_HOOK("popen");
+FILE *hook_popen(const char *text, const char *mode)
+{
+    return tree() == nullptr ? next_popen(text, mode) : open_command(text, mode);
+}
+
+int hook_pclose(FILE *stream) VEKSIM_HOOK("pclose");
+int hook_pclose(FILE *stream)
+{
+    pid_t pid = forget(stream);
+    if (pid < 0) {
+        return next_pclose(stream);
+    }
+    fclose(stream);
+    return wait_for(pid);
+}
+
+} // extern "C"

@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "debug_log.h"
+#include "sim_host.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr char log_file[] = "/tmp/smi.log";
+constexpr std::size_t limit = 1048576;
+
+class debug_log_test : public sim_host {
+protected:
+    void say(const char *word) { TRACE("%s", word); }
+
+    std::size_t log_size() const { return host.log().size(); }
+
+    template <typename F>
+    static int in_child(F &&action)
+    {
+        const pid_t child = fork();
+        if (child == 0) {
+            action();
+            _exit(0);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        return status;
+    }
+};
+
+TEST_F(debug_log_test, the_first_message_creates_the_file_and_carries_the_prefix)
+{
+    say("hello");
+    const std::string log = host.log();
+    int year, month, day, hour, minute, second, microsecond, process, line, end = 0;
+    std::sscanf(log.c_str(),
+                "[DBG][%4d-%2d-%2d %2d:%2d:%2d.%6d,pid:%d][vekml]tests/debug_log_test.cpp(%d)-<say>: hello%n", &year,
+                &month, &day, &hour, &minute, &second, &microsecond, &process, &line, &end);
+    EXPECT_EQ(log.substr(static_cast<std::size_t>(end)), "\n") << log;
+    EXPECT_EQ(process, getpid());
+}
+
+TEST_F(debug_log_test, a_message_keeps_its_own_line_ends_and_errno_survives)
+{
+    errno = ENOTTY;
+    TRACE_OPEN("open end");
+    TRACE_AS("step", "\nleading\n");
+    EXPECT_EQ(errno, ENOTTY);
+    const std::string log = host.log();
+    EXPECT_NE(log.find(">: open end[DBG]["), std::string::npos) << log;
+    EXPECT_NE(log.find("-<step>: \nleading\n"), std::string::npos) << log;
+}
+
+TEST_F(debug_log_test, a_message_of_any_length_is_written_whole)
+{
+    for (const std::size_t length : {900u, 1000u, 1024u, 300000u}) {
+        host.remove(log_file);
+        const std::string message(length, 'x');
+        say(message.c_str());
+        ASSERT_EQ(log_lines().size(), 1u);
+        EXPECT_EQ(log_lines()[0].message, message);
+    }
+}
+
+TEST_F(debug_log_test, only_a_file_past_the_limit_is_emptied)
+{
+    host.write(log_file, std::string(limit, 'x'));
+    say("appended");
+    EXPECT_GT(log_size(), limit);
+
+    host.write(log_file, std::string(limit + 1, 'x'));
+    say("emptied");
+    ASSERT_EQ(log_lines().size(), 1u);
+    EXPECT_EQ(log_lines()[0].message, "emptied");
+}
+
+TEST_F(debug_log_test, a_log_that_may_not_be_read_is_appended_to_whatever_its_size)
+{
+    host.write(log_file, std::string(limit + 1, 'x'));
+    host.set_mode(log_file, 0222);
+    host.set_mode("/tmp", 0755);
+    chmod(host.root().c_str(), 0755);
+    in_child([&] {
+        if (setresuid(65534, 65534, 65534) == 0)
+            say("appended");
+    });
+    EXPECT_GT(log_size(), limit + 1);
+}
+
+TEST_F(debug_log_test, another_user_s_log_is_appended_to)
+{
+    host.write(log_file, "");
+    ASSERT_EQ(chown(host.path(log_file).c_str(), 65534, 65534), 0);
+    chmod(host.path("/tmp").c_str(), 01777);
+    say("appended");
+    EXPECT_EQ(log_lines().size(), 1u);
+}
+
+TEST_F(debug_log_test, a_child_logs_its_own_process_id)
+{
+    say("parent");
+    int child_logged = in_child([&] { say("child"); });
+    EXPECT_EQ(child_logged, 0);
+    const std::string log = host.log();
+    const std::string own = "pid:" + std::to_string(getpid()) + "]";
+    EXPECT_NE(log.find(own), std::string::npos);
+    EXPECT_EQ(log.find(own, log.find(own) + 1), std::string::npos) << log;
+}
+
+TEST_F(debug_log_test, nothing_but_a_regular_file_is_written_to)
+{
+    const std::string victim = host.path("/tmp/victim").string();
+    host.write("/tmp/victim", std::string(limit + 1, 'v'));
+    const auto log_path = host.path(log_file);
+    const auto dropped = [&](const char *what) {
+        EXPECT_EQ(vekml_init(), VEKML_SUCCESS) << what;
+        EXPECT_EQ(std::filesystem::file_size(victim), limit + 1) << what;
+        std::filesystem::remove(log_path);
+    };
+
+    std::filesystem::create_symlink(victim, log_path);
+    dropped("a link");
+    std::filesystem::create_symlink(host.path("/tmp/absent"), log_path);
+    dropped("a dangling link");
+    EXPECT_FALSE(host.exists("/tmp/absent"));
+    ASSERT_EQ(mkfifo(log_path.c_str(), 0666), 0);
+    dropped("a FIFO without a reader");
+    std::filesystem::create_directory(log_path);
+    dropped("a directory");
+    host.remove("/tmp");
+    EXPECT_EQ(vekml_init(), VEKML_SUCCESS) << "no folder";
+}
+
+} // namespace

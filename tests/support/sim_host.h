@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+// A simulated host for a test case:
+//
+//     using thermal_test = sim_host;
+//
+//     TEST_F(thermal_test, slowdown_limit_reaches_the_node) {
+//         host.add_gpu();
+//         host.instant_pauses();
+//         vekml_device_t gpu = start();
+//         thm_set set{};
+//         std::strcpy(set.temp_slowdown, "90");
+//         auto printed = standard_output([&] { EXPECT_EQ(vekml_device_set_thermal_info(gpu, &set, 0), 0); });
+//         EXPECT_EQ(printed, "");
+//         EXPECT_EQ(host.read(host.hwmon(0, "vek_slowdown_temp")), "90");
+//         EXPECT_EQ(host.pauses(), std::vector<std::string>{"sleep 1"});
+//         EXPECT_TRUE(logged("vekml_device_set_thermal_info", "thm_type:0"));
+//     }
+#pragma once
+
+#include "host_tree.h"
+#include "vekml.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+// One line of the debug log without its prefix.
+struct log_line {
+    std::string file;
+    std::string function;
+    std::string message; // further physical lines of the same message follow after '\n'
+};
+
+std::vector<log_line> parse_log(const std::string &text);
+
+// What the process prints on standard output, stdio and descriptor 1 alike, while ACTION runs.
+std::string standard_output(const std::function<void()> &action);
+
+struct run_result {
+    int status = -1; // exit status, or 128 + signal
+    std::string out;
+    std::string err;
+};
+
+using environment = std::map<std::string, std::string>;
+
+// Runs a program of this build (under the emulator when there is one) and waits for it.
+run_result run(std::vector<std::string> argv, const environment &extra = {}, const std::string &input = "");
+
+class sim_host : public ::testing::Test {
+protected:
+    sim_host();
+    ~sim_host() override;
+
+    // Starts the library on the host as it is now and gives the handle at INDEX (null when there is none).
+    vekml_device_t start(unsigned index = 0);
+
+    // Runs a program of this build with this host beneath it.
+    run_result run_on_host(std::vector<std::string> argv, environment extra = {});
+
+    std::vector<log_line> log_lines() const { return parse_log(host.log()); }
+    std::vector<std::string> messages_of(const std::string &function) const;
+    bool logged(const std::string &function,
+                const std::string &message) const; // the message contains MESSAGE
+
+    veksim::host_tree host;
+};
