@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/sensor_host.h"
+
+using fan_test = sensor_host;
+
+TEST_F(fan_test, an_unreadable_node_gives_0_and_success)
+{
+    const struct {
+        const char *name;
+        vekml_return_t (*get)(vekml_device_t, std::uint32_t *);
+    } getters[] = {{"fan1_ctrl_mode", vekml_device_get_fan_ctrl_mode},
+                   {"pwm1", vekml_device_get_fan_pwm},
+                   {"pwm1_min", vekml_device_get_pwm_min},
+                   {"pwm1_max", vekml_device_get_pwm_max},
+                   {"fan1_input", vekml_device_get_fan_speed}};
+    std::uint32_t value = 7, highest = 7;
+    for (const auto &[name, get] : getters) {
+        host.write(node(name), "321x\n");
+        EXPECT_EQ(call(get, &value), done);
+        EXPECT_EQ(value, 321u) << name;
+        host.remove(node(name));
+        EXPECT_EQ(call(get, &value), done);
+        EXPECT_EQ(value, 0u) << name;
+    }
+    host.make_directory(node("fan1_max"));
+    EXPECT_EQ(call(vekml_device_get_min_max_fan_speed, &value, &highest), done);
+    EXPECT_EQ(std::pair(value, highest), std::pair(900u, 0u));
+}
+
+TEST_F(fan_test, support)
+{
+    std::uint32_t support = 7;
+    for (const auto &[text, expected] : {std::pair{"7\n", 1u}, {"-3\n", 0u}}) {
+        host.write(node("vek_support_fan_info"), text);
+        EXPECT_EQ(call(vekml_device_get_support_fan_info, &support), done);
+        EXPECT_EQ(std::exchange(support, 7), expected) << text;
+    }
+    host.remove(node("vek_support_fan_info"));
+    EXPECT_EQ(vekml_device_get_support_fan_info(gpu, &support), VEKML_ERROR_NOT_FOUND);
+    EXPECT_EQ(std::exchange(support, 7), 0u);
+    EXPECT_EQ(vekml_device_get_support_fan_info(nullptr, &support), VEKML_ERROR_INVALID_ARGUMENT);
+    EXPECT_EQ(support, 0u);
+    EXPECT_EQ(vekml_device_get_support_fan_info(gpu, nullptr), VEKML_ERROR_INVALID_ARGUMENT);
+}
+
+TEST_F(fan_test, the_target_speed_asks_for_fan_then_value_then_mode)
+{
+    const std::string start = "set fan speed failed";
+    const outcome no_control = failed(start + ", because the ctrl mode of fan is firmware control mode.\n");
+    const outcome out_of_range = failed(start + ".\n");
+    for (const auto &[mode, text, expected] : {std::tuple{"1\n", "0100", done},
+                                               {"00\n", "0", done},
+                                               {"0\n", "60", no_control},
+                                               {"0\n", "101", out_of_range},
+                                               {"1\n", "-5", out_of_range}}) {
+        host.write(node("fan1_ctrl_mode"), mode);
+        host.write(node("fan1_target"), "before");
+        EXPECT_EQ(call(vekml_device_set_fan1_speed, text), expected) << mode << text;
+        EXPECT_EQ(text_of("fan1_target"), expected == done ? text : "before");
+    }
+    host.fail_writes(node("fan1_target"));
+    EXPECT_EQ(call(vekml_device_set_fan1_speed, "60"), failed(start + ".\n"));
+    host.remove(node("fan1_ctrl_mode"));
+    EXPECT_EQ(call(vekml_device_set_fan1_speed, "60"), outcome(VEKML_ERROR_UNKNOWN, "get ctrl mode info failed.\n"));
+    host.write(node("pwm1"), "3000\n");
+    EXPECT_EQ(call(vekml_device_set_fan1_speed, "101"), failed(start + ", you can try <veksmi fan set pwm xxxx>\n"));
+    host.set_euid(1000);
+    EXPECT_EQ(call(vekml_device_set_fan1_speed, "60"), refused("set fan1_target failed\n"));
+}
