@@ -1,0 +1,696 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "vekml.h"
+
+#include "debug_log.h"
+#include "drm_card.h"
+#include "firmware_block.h"
+#include "process_list.h"
+#include "text_node.h"
+#include "utilisation.h"
+#include "vek_smi_utils.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <span>
+
+using namespace vekml;
+
+// ---- Static information -------------------------------------------------------------------------------------
+
+namespace {
+
+/** One value of the static node; either a word or a long word of the record. */
+struct static_value {
+    const char *name;
+    std::uint32_t vekml_gpu_static_info_t::*word;
+    std::uint64_t vekml_gpu_static_info_t::*long_word = nullptr;
+};
+
+/** In the order of the node and of the record. */
+constexpr static_value static_values[] = {
+    {"asic_id", &vekml_gpu_static_info_t::asic_id},
+    {"core_num", &vekml_gpu_static_info_t::core_num},
+    {"gddr_count", &vekml_gpu_static_info_t::gddr_count},
+    {"gddr_size", &vekml_gpu_static_info_t::gddr_size},
+    {"gddr_speed", nullptr, &vekml_gpu_static_info_t::gddr_speed},
+    {"gpu_primary_id", &vekml_gpu_static_info_t::gpu_primary_id},
+    {"vendor", &vekml_gpu_static_info_t::vendor},
+    {"chip_id", &vekml_gpu_static_info_t::chip_id},
+    {"device_id", &vekml_gpu_static_info_t::device_id},
+    {"card_type", &vekml_gpu_static_info_t::card_type},
+    {"fw_version", &vekml_gpu_static_info_t::fw_version},
+    {"vbios_version", &vekml_gpu_static_info_t::vbios_version},
+    {"fan_ctrl_mode", &vekml_gpu_static_info_t::fan_ctrl_mode},
+    {"support_fan_info", &vekml_gpu_static_info_t::support_fan_info},
+    {"support_temp_info", &vekml_gpu_static_info_t::support_temp_info},
+    {"support_power_info", &vekml_gpu_static_info_t::support_power_info},
+    {"gpu_default_freq", nullptr, &vekml_gpu_static_info_t::gpu_default_freq},
+    {"gddr_vendor", &vekml_gpu_static_info_t::gddr_vendor},
+    {"gddr_package_model", &vekml_gpu_static_info_t::gddr_package_model},
+};
+
+constexpr const char *vendor_names[] = {"VEK", "BITLAND", "GOODTIMES", "OTHERS"};
+constexpr const char *card_type_names[] = {"Display Card", "Compute Card"};
+
+/** The name at an index that the driver delivered; empty when there is none. */
+const char *name_at(std::span<const char *const> names, std::uint32_t index)
+{
+    return index < names.size() ? names[index] : "";
+}
+
+template <std::size_t Size>
+void store_name(char (&field)[Size], const char *name)
+{
+    std::memset(field, 0, Size);
+    copy_text(field, Size, name);
+}
+
+template <std::size_t Size>
+void store_version(char (&field)[Size], std::uint32_t version)
+{
+    copy_text(field, Size, "N/A"); // stays when the version does not fit
+    version_to_str(version, field, Size);
+}
+
+/** Fill the fields that both sources deliver, logging as the step that does it. */
+void translate(const char *step, const vekml_gpu_static_info_t &info, vekml_device_query_t *query)
+{
+    store_name(query->asic_type, name_at(asic_types, info.asic_id));
+    TRACE_AS(step, "query->asci_type:%s\n", query->asic_type);
+    query->core = info.core_num;
+    query->gddr_count = info.gddr_count;
+    query->gddr_speed = info.gddr_speed;
+    query->gddr_size = info.gddr_size;
+    const auto primary_id = static_cast<std::int32_t>(info.gpu_primary_id);
+    snprintf(query->primary_id, sizeof query->primary_id, "%" PRId32, primary_id);
+    TRACE_AS(step, "static_info->gpu_primary_id:%d\n", primary_id);
+    TRACE_AS(step, "query->primary_id:%s\n", query->primary_id);
+    constexpr auto last_vendor = static_cast<std::uint32_t>(std::size(vendor_names) - 1);
+    store_name(query->vendor, vendor_names[std::min(info.vendor, last_vendor)]);
+    TRACE_AS(step, "query->vendor:%s\n", query->vendor);
+    std::memset(query->uuid, 0, sizeof query->uuid);
+    decimal_to_hex(info.chip_id, query->uuid, sizeof query->uuid);
+    TRACE_AS(step, "query->uuid:%s\n", query->uuid);
+    query->device_id = info.device_id;
+    TRACE_AS(step, "query->device_id:%lx\n", query->device_id);
+    std::memset(query->chip_model, 0, sizeof query->chip_model);
+    device_id_to_model(info.device_id, query->chip_model, sizeof query->chip_model);
+    TRACE_AS(step, "query->chip_model:%s\n", query->chip_model);
+    store_name(query->card_type, name_at(card_type_names, info.card_type));
+    TRACE_AS(step, "query->card_type:%s\n", query->card_type);
+    store_version(query->fw_ver, info.fw_version);
+    TRACE_AS(step, "query->fw_ver:%s\n", query->fw_ver);
+    store_version(query->vbios_version, info.vbios_version);
+    TRACE_AS(step, "query->vbios_version:%s\n", query->vbios_version);
+    query->fan_ctrl_mode = static_cast<std::int32_t>(info.fan_ctrl_mode);
+    query->support_fan_info = static_cast<std::int32_t>(info.support_fan_info);
+    query->support_temp_info = static_cast<std::int32_t>(info.support_temp_info);
+    query->support_power_info = info.support_power_info;
+    query->gpu_default_freq = info.gpu_default_freq;
+}
+
+/** @param indent what stands before the primary id: the sources differ in it */
+void trace_summary(const char *step, const char *indent, const vekml_device_query_t &query)
+{
+    TRACE_AS(step,
+             "asic_type: %s\n core: %d\n, gddr_count: %d\n, gddr_size: %d\n, gddr_speed: %ld\n%s, primary_id: %s\n"
+             ", vendor: %s\n, uuid: %s\n, chip_model: %s\n, card_type: %s\n    , fw_ver: %s\n, vbios_version: %s\n"
+             ", fan_ctrl_mode: %d\n, support_fan_info: %d\n, support_temp_info: %d\n    , support_power_info: %d\n"
+             ", support_power_info: %d\n, gpu_default_freq:%lu\n",
+             query.asic_type, query.core, query.gddr_count, query.gddr_size, query.gddr_speed, indent, query.primary_id,
+             query.vendor, query.uuid, query.chip_model, query.card_type, query.fw_ver, query.vbios_version,
+             query.fan_ctrl_mode, query.support_fan_info, query.support_temp_info, query.support_power_info,
+             query.support_power_info, query.gpu_default_freq);
+}
+
+vekml_return_t vekml_device_query_static_info_helper_v2(vekml_device_t device, vekml_device_query_t *query)
+{
+    TRACE("\nenter vekml_device_query_static_info_helper_v2.");
+    vekml_gpu_static_info_t info{};
+    const vekml_return_t result = vekml_read_static_info_from_node(device->card_path, &info);
+    if (result != VEKML_SUCCESS) {
+        TRACE("read static info from node failed.");
+        return result;
+    }
+    translate(__func__, info, query);
+    query->gddr_package_model = info.gddr_package_model;
+    TRACE("\n-----------in vekml_device_query_static_info_helper_v2----------");
+    trace_summary(__func__, "\t", *query);
+    TRACE("exit vekml_device_query_static_info_helper_v");
+    return VEKML_SUCCESS;
+}
+
+vekml_return_t vekml_device_query_static_info_helper(std::uint32_t card_index, vekml_device_query_t *query, int flag)
+{
+    TRACE("enter vekml_device_query_static_info_helper, flag:%d", flag);
+    drm_card card(card_index);
+    if (!card.open()) {
+        TRACE("permission denied!");
+        TRACE("For more information, please run this command with root authority!");
+        return VEKML_ERROR_NO_PERMISSION;
+    }
+    vekml_gpu_static_info_t info{};
+    if (card.request(flag == 1 ? first_static_information : second_static_information, &info) < 0) {
+        TRACE("ioctl get gpu info failed!");
+        return VEKML_ERROR_NO_PERMISSION;
+    }
+    TRACE("static_info->chip_id:%d", info.chip_id);
+    translate(__func__, info, query);
+    std::memcpy(query->static_text, info.static_text, sizeof query->static_text);
+    query->static_text[sizeof query->static_text - 1] = '\0';
+    TRACE("\n-----------vekml_device_query_static_info_helper----------");
+    trace_summary(__func__, "    ", *query);
+    TRACE("exit vekml_device_query_static_info");
+    return VEKML_SUCCESS;
+}
+
+} // namespace
+
+vekml_return_t vekml_read_static_info_from_node(const char *card_path, vekml_gpu_static_info_t *info)
+{
+    TRACE("\n enter vekml_read_static_info_from_node");
+    const node_path<100> path(card_path, "/device/gpu_static_info");
+    TRACE("path_name:%s", path.text());
+    text_node node;
+    if (!node.read(path)) {
+        TRACE("read file: %s failed.", path.text());
+        return VEKML_ERROR_NOT_FOUND;
+    }
+    number_scan numbers(node.text());
+    for (const auto &value : static_values) {
+        if (value.long_word != nullptr)
+            numbers >> info->*value.long_word;
+        else
+            numbers >> info->*value.word;
+    }
+    for (const auto &value : static_values) {
+        if (value.long_word != nullptr)
+            TRACE("gpu_info->%s:%lu", value.name, info->*value.long_word);
+        else if (value.word == &vekml_gpu_static_info_t::gddr_package_model)
+            TRACE("gpu_info->%s:0x%x", value.name, info->*value.word);
+        else
+            TRACE("gpu_info->%s:%u", value.name, info->*value.word);
+    }
+    TRACE("\n exit vekml_read_static_info_from_node");
+    return VEKML_SUCCESS;
+}
+
+vekml_return_t vekml_device_query_static_info(vekml_device_t device, vekml_device_query_t *query)
+{
+    TRACE("\nenter veklm_device_query_static_info");
+    if (vekml_device_query_static_info_helper_v2(device, query) == VEKML_SUCCESS) {
+        TRACE("call vekml_device_query_static_info_helper_v2 to get satic info from file success.");
+        return VEKML_SUCCESS;
+    }
+    // The messages name each other's flags: support staff search the log for them as they are.
+    vekml_return_t result = vekml_device_query_static_info_helper(device->card_index, query, 1);
+    if (result != VEKML_SUCCESS) {
+        TRACE("call vekml_device_query_static_info_helper(device, query, 0) to get gpu static info failed.");
+        result = vekml_device_query_static_info_helper(device->card_index, query, 0);
+    }
+    if (result != VEKML_SUCCESS) {
+        TRACE("call vekml_device_query_static_info_helper(device, query, 1) to ioctl get gpu static info "
+              "failed.");
+        return result;
+    }
+    TRACE("exit veklm_device_query_static_info");
+    return VEKML_SUCCESS;
+}
+
+// ---- Dynamic information ------------------------------------------------------------------------------------
+
+namespace {
+
+/** Ask a getter for one field. It writes into a cleared record: what failed leaves nothing of an earlier answer. */
+template <typename Value, typename Field>
+vekml_return_t take(vekml_return_t (*getter)(vekml_device_t, Value *), vekml_device_t device, Field &field)
+{
+    Value value{};
+    const vekml_return_t result = getter(device, &value);
+    field = static_cast<Field>(value);
+    return result;
+}
+
+/** Likewise for a text, which is cut where the field is smaller than what the getter needs. */
+template <std::size_t Size>
+void take_text(vekml_return_t (*getter)(vekml_device_t, char *), vekml_device_t device, char (&field)[Size])
+{
+    char text[64] = {};
+    getter(device, text);
+    copy_text(field, Size, text);
+}
+
+/** An error total is one character that comes without a terminator. */
+template <std::size_t Size>
+void take_error_total(vekml_return_t (*getter)(const char *, char *), vekml_device_t device, char (&field)[Size])
+{
+    char text[8] = {};
+    getter(device->card_path, text);
+    copy_text(field, Size, text);
+}
+
+enum class clocks_taken { all, of_interest };
+
+vekml_return_t take_clocks(vekml_device_t device, vekml_device_query_t *query, clocks_taken which)
+{
+    clock_info clocks{};
+    const vekml_return_t result = vekml_device_get_clock(device, &clocks);
+    query->clock[0] = static_cast<uint32_t>(clocks.gddr_phys_clk);
+    query->clock[1] = static_cast<uint32_t>(clocks.gfx_clk);
+    query->clock[3] = static_cast<uint32_t>(clocks.cmcu_clk);
+    if (which == clocks_taken::all) {
+        query->clock[2] = static_cast<uint32_t>(clocks.acpu_clk);
+        query->clock[4] = static_cast<uint32_t>(clocks.ndf_clk);
+    }
+    return result;
+}
+
+vekml_return_t take_temperatures(vekml_device_t device, vekml_device_query_t *query)
+{
+    temper_info temperatures{};
+    const vekml_return_t result = vekml_device_get_temper_info(device, &temperatures);
+    query->temperature[0] = static_cast<uint64_t>(temperatures.ctrl_mode);
+    query->temperature[1] = static_cast<uint64_t>(temperatures.temp_input);
+    query->temperature[2] = static_cast<uint64_t>(temperatures.temp_highest);
+    return result;
+}
+
+vekml_return_t take_power(vekml_device_t device, vekml_device_query_t *query)
+{
+    power_info power{};
+    const vekml_return_t result = vekml_device_get_power_info(device, &power);
+    query->power_state = static_cast<uint32_t>(power.voltage);
+    query->power[0] = static_cast<float>(power.current);
+    query->power[1] = static_cast<float>(power.power_average);
+    query->power[2] = static_cast<float>(power.total_power);
+    return result;
+}
+
+void take_pci_ids(vekml_device_t device, vekml_device_query_t *query)
+{
+    query->pci_ids[0] = static_cast<uint32_t>(device->device_id);
+    query->pci_ids[1] = static_cast<uint32_t>(device->vendor_id);
+    query->pci_ids[2] = static_cast<uint32_t>(device->subsystem_device_id);
+    query->pci_ids[3] = static_cast<uint32_t>(device->subsystem_vendor_id);
+}
+
+vekml_return_t take_link(vekml_device_t device, vekml_device_query_t *query)
+{
+    take(vekml_device_get_curr_pcie_link_width, device, query->curr_pcie_link_width);
+    take(vekml_device_get_max_pcie_link_width, device, query->max_pcie_link_width);
+    take(vekml_device_get_pcie_speed, device, query->pcie_speed);
+    take(vekml_device_get_pcie_link_max_speed, device, query->pcie_link_max_speed);
+    take(vekml_device_get_max_pcie_link_generation, device, query->max_pcie_link_generation);
+    return take(vekml_device_get_curr_pcie_link_generation, device, query->curr_pcie_link_generation);
+}
+
+void take_pcie_errors_and_mmbar(vekml_device_t device, vekml_device_query_t *query)
+{
+    take_error_total(vekml_device_get_pcie_err_corr, device, query->pcie_err_corr);
+    take_error_total(vekml_device_get_pcie_err_fatal, device, query->pcie_err_fatal);
+    take_error_total(vekml_device_get_pcie_err_nonfatal, device, query->pcie_err_nonfatal);
+    take_text(vekml_device_get_pcie_mmbar_type, device, query->pcie_mmbar_type);
+}
+
+vekml_return_t take_pcie_event(vekml_device_t device, vekml_device_query_t *query)
+{
+    vekml_pcie_event_t event{};
+    const vekml_return_t result = vekml_device_get_pcie_event(device, &event);
+    query->pcie_event[0] = event.event;
+    std::copy(std::begin(event.flags), std::end(event.flags), query->pcie_event + 1);
+    return result;
+}
+
+vekml_return_t take_pci_info(vekml_device_t device, vekml_device_query_t *query)
+{
+    vekml_pci_info_t pci{};
+    const vekml_return_t result = vekml_device_get_pci_info(device, &pci);
+    query->pci_info[0] = pci.domain;
+    query->pci_info[1] = pci.bus;
+    query->pci_info[2] = pci.device;
+    query->pci_info[3] = pci.bdfid;
+    copy_text(query->pci_bus_id, sizeof query->pci_bus_id, pci.busId);
+    return result;
+}
+
+/** Entries behind the last process stay as they were. */
+vekml_return_t take_processes(const char *step, vekml_device_t device, vekml_device_query_t *query)
+{
+    vekml_process_info_t info{};
+    const vekml_return_t result = vekml_device_get_process_info(device, &info);
+    if (result != VEKML_SUCCESS)
+        puts("call vekml_device_get_process_info to get process info failed.");
+    query->pronum = info.process_num;
+    TRACE_AS(step, "query->pronum:%lu\n", query->pronum);
+    for (uint64_t i = 0; i < query->pronum; ++i) {
+        query->process[i] = info.process[i];
+        copy_text(query->process_name[i], sizeof query->process_name[i], info.process_name[i]);
+        TRACE_AS(step, "i=%d; pid=%lu\n", static_cast<int>(i), query->process[i].pid);
+        TRACE_AS(step, "query->process_name               : %s\n", query->process_name[i]);
+    }
+    return result;
+}
+
+vekml_return_t take_gddr_crc(const char *step, vekml_device_t device, vekml_device_query_t *query)
+{
+    vekml_gddr_crc_t crc{};
+    const vekml_return_t result = vekml_device_get_gddr_crc(device, &crc);
+    if (result != VEKML_SUCCESS) {
+        TRACE_AS(step, "call vekml_device_get_gddr_crc to get gddr crc info failed.\n");
+        return result;
+    }
+    query->crc_support = crc.crc_support;
+    for (std::size_t i = 0; i < std::size(crc.crc_write_cnt); ++i) {
+        query->crc_write_cnt[i] = crc.crc_write_cnt[i];
+        query->crc_read_cnt[i] = crc.crc_read_cnt[i];
+        query->crc_write_retry_cnt[i] = crc.crc_write_retry_cnt[i];
+        query->crc_read_retry_cnt[i] = crc.crc_read_retry_cnt[i];
+        TRACE_AS(step, "query->:crc_write_cnt:%d, crc_read_cnt:%d, crc_write_retry_cnt:%d, crc_read_retry_cnt:%d\n",
+                 crc.crc_write_cnt[i], crc.crc_read_cnt[i], crc.crc_write_retry_cnt[i], crc.crc_read_retry_cnt[i]);
+    }
+    TRACE_AS(step, "query->crc_support:%d\n", query->crc_support);
+    return result;
+}
+
+/** What the fallback and the aggregate query have in common and may fail: utilisation, the driver's own counters and
+ *  processes, the memory CRC counters. */
+vekml_return_t take_from_driver(const char *step, vekml_device_t device, vekml_device_query_t *query)
+{
+    vekml_return_t result = take(vekml_device_get_util_info, device, query->util);
+    if (result != VEKML_SUCCESS) {
+        TRACE_AS(step, "Error: get util info failed!\n");
+        return result;
+    }
+    if (!request_util_counters(TRACE_SITE(step), device->card_index, &query->util_state))
+        return VEKML_ERROR_NODE_IO;
+    const process_list list(TRACE_SITE(step), process_list::wording::query);
+    result = static_cast<vekml_return_t>(
+        list.request(device->card_index, {query->process, query->process_name}, &query->pronum));
+    if (result != VEKML_SUCCESS)
+        return result;
+    TRACE_AS(step, "process number = %lu\n", query->pronum);
+    result = take_gddr_crc(step, device, query);
+    if (result == VEKML_SUCCESS)
+        TRACE_AS(step, "struct query address is %p\n", static_cast<void *>(query));
+    return result;
+}
+
+bool failed(vekml_return_t result, const char *message)
+{
+    if (result != VEKML_SUCCESS)
+        puts(message);
+    return result != VEKML_SUCCESS;
+}
+
+/** Stops at the first getter that fails and that the record cannot do without. */
+bool vekml_device_query_dynamic_info_helper_v2(vekml_device_t device, vekml_device_query_t *query)
+{
+    TRACE("enter vekml_device_query_dynamic_info_helper_v2");
+    if (failed(take(vekml_device_get_display_status, device, query->display_status),
+               "call vekml_device_get_display_status to get display info failed."))
+        return false;
+    failed(take_clocks(device, query, clocks_taken::of_interest),
+           "call vekml_device_get_clock to get clock info failed.");
+    if (failed(take_temperatures(device, query), "call vekml_device_get_temper_info to get temp info failed."))
+        return false;
+    if (failed(take_power(device, query), "call vekml_device_get_power_info to get power info failed."))
+        return false;
+    TRACE("in vek_smi_query_dynamic_info_helper_v2 query->pwr_total:%f", static_cast<double>(query->power[2]));
+    if (failed(vekml_device_get_name(device, query->name, sizeof query->name),
+               "call vekml_device_get_name to get name info failed."))
+        return false;
+    if (failed(take(vekml_device_get_minor_number, device, query->minor_number),
+               "call vekml_device_get_minor_number to get minor number failed."))
+        return false;
+    if (failed(take(vekml_device_get_fan_speed, device, query->fan_speed),
+               "call vekml_device_get_fan_speed to get fan speed failed."))
+        return false;
+    take_pci_ids(device, query);
+    if (failed(take_link(device, query), "get pcie failed."))
+        return false;
+    take_text(vekml_device_get_primary_core_id, device, query->primary_core_id);
+    take_pcie_errors_and_mmbar(device, query);
+    if (failed(take_pcie_event(device, query), "call vekml_device_get_pcie_event to get pcie event info failed."))
+        return false;
+    if (failed(take_pci_info(device, query), "call vekml_device_get_pci_info to get pci info failed."))
+        return false;
+    if (take(vekml_device_get_mem_info, device, query->memory) != VEKML_SUCCESS) {
+        TRACE("call vekml_device_get_mem_info to get mem info failed.");
+        return false;
+    }
+    if (failed(take(vekml_device_get_util_info, device, query->util),
+               "call vekml_device_get_util_info to get util info failed."))
+        return false;
+    take_processes(__func__, device, query);
+    if (take_gddr_crc(__func__, device, query) != VEKML_SUCCESS)
+        return false;
+    uint32_t gddr_width = 0;
+    if (vekml_device_get_gddr_width(device, &gddr_width) != VEKML_SUCCESS) {
+        TRACE("call vekml_device_get_gddr_width to get gddr width info failed.");
+        return false;
+    }
+    query->gddr_width = gddr_width;
+    TRACE("query->gddr_width: %u", query->gddr_width);
+    if (vekml_device_get_gddr_type(device, query->gddr_type, sizeof query->gddr_type) != VEKML_SUCCESS) {
+        TRACE("call vekml_device_get_gddr_type to get gddr type info failed.");
+        return false;
+    }
+    TRACE("query->gddr_width: %s", query->gddr_type);
+    TRACE("struct query address is %p", static_cast<void *>(query));
+    TRACE("exit vekml_device_query_dynamic_info_helper_v2");
+    return true;
+}
+
+vekml_return_t vekml_device_query_dynamic_info_helper_v1(vekml_device_t device, vekml_device_query_t *query)
+{
+    TRACE("enter vekml_device_query_dynamic_info_helper_v1");
+    take(vekml_device_get_display_status, device, query->display_status);
+    take_clocks(device, query, clocks_taken::all);
+    take_temperatures(device, query);
+    take_power(device, query);
+    vekml_device_get_name(device, query->name, sizeof query->name);
+    take(vekml_device_get_minor_number, device, query->minor_number);
+    take(vekml_device_get_fan_speed, device, query->fan_speed);
+    take_pci_ids(device, query);
+    take_link(device, query);
+    take_text(vekml_device_get_primary_core_id, device, query->primary_core_id);
+    take_pcie_errors_and_mmbar(device, query);
+    take_pcie_event(device, query);
+    take_pci_info(device, query);
+    take(vekml_device_get_mem_info, device, query->memory);
+    const vekml_return_t result = take_from_driver(__func__, device, query);
+    if (result == VEKML_SUCCESS)
+        TRACE("exit vekml_device_query_dynamic_info_helper_v1");
+    return result;
+}
+
+// ---- The whole record: steps ----
+
+void take_asic_type(const char *step, vekml_device_t device, vekml_device_query_t *query)
+{
+    uint32_t type = 0;
+    vekml_device_get_asic_type(device, &type);
+    std::memset(query->asic_type, 0, sizeof query->asic_type);
+    copy_text(query->asic_type, sizeof query->asic_type, type < VEKML_ASIC_TYPES ? asic_types[type] : "");
+    TRACE_AS(step, "query->asci_type:%s\n", query->asic_type);
+}
+
+/** The device record keeps what the getter has just read. */
+void take_uuid(vekml_device_t device, vekml_device_query_t *query)
+{
+    char unused[20] = {};
+    vekml_device_get_uuid(device, unused);
+    copy_text(query->uuid, sizeof query->uuid, device->uuid);
+}
+
+} // namespace
+
+vekml_return_t vekml_device_query_dynamic_info(vekml_device_t device, vekml_device_query_t *query)
+{
+    TRACE("\nenter vekml_device_query_dynamic_info");
+    if (vekml_device_query_dynamic_info_helper_v2(device, query)) {
+        TRACE("call vekml_device_query_dynamic_info_helper_v2 to get dynamic info success.");
+        return VEKML_SUCCESS;
+    }
+    const vekml_return_t result = vekml_device_query_dynamic_info_helper_v1(device, query);
+    if (result != VEKML_SUCCESS) {
+        TRACE("call vekml_device_query_dynamic_info_helper_v1 to get query info by ioctl failed.");
+        return result;
+    }
+    TRACE("exit vekml_device_query_dynamic_info");
+    return VEKML_SUCCESS;
+}
+
+// ---- The whole record ---------------------------------------------------------------------------------------
+
+vekml_return_t vekml_device_query(vekml_device_t device, vekml_device_query_t *query)
+{
+    TRACE("enter vekml_device_query");
+    take(vekml_device_get_display_status, device, query->display_status);
+    take_clocks(device, query, clocks_taken::of_interest);
+    take_temperatures(device, query);
+    take_power(device, query);
+    TRACE("in vek_smi_query_api query->pwr_total:%f", static_cast<double>(query->power[2]));
+    vekml_device_get_name(device, query->name, sizeof query->name);
+    take_uuid(device, query);
+    take(vekml_device_get_minor_number, device, query->minor_number);
+    take_text(vekml_device_get_vbios_version, device, query->vbios_version);
+    take_text(vekml_device_get_serial, device, query->serial);
+    take(vekml_device_get_fan_speed, device, query->fan_speed);
+    take_pci_ids(device, query);
+    take_link(device, query);
+    take_text(vekml_device_get_primary_core_id, device, query->primary_core_id);
+    take_text(vekml_device_get_primary_id, device, query->primary_id);
+    take_asic_type(__func__, device, query);
+    TRACE("call vekml_device_get_num_gpu_cores.");
+    take(vekml_device_get_num_gpu_cores, device, query->core);
+    TRACE("gpu core by ioctl: %d", query->core);
+    TRACE("call vekml_device_get_gddr_size.");
+    take(vekml_device_get_gddr_size, device, query->gddr_size);
+    TRACE("gddr_size: %d\n GB", query->gddr_size);
+    take_pcie_errors_and_mmbar(device, query);
+    take_pcie_event(device, query);
+    take(vekml_device_get_support_fan_info, device, query->support_fan_info);
+    take(vekml_device_get_support_power_info, device, query->support_power_info);
+    take_pci_info(device, query);
+    take_text(vekml_device_get_fw_ver, device, query->fw_ver);
+    take(vekml_device_get_gddr_count, device, query->gddr_count);
+    take(vekml_device_get_gddr_speed, device, query->gddr_speed);
+    take(vekml_device_get_mem_info, device, query->memory);
+    const vekml_return_t result = take_from_driver(__func__, device, query);
+    if (result == VEKML_SUCCESS)
+        TRACE("exit vekml_device_query");
+    return result;
+}
+
+vekml_return_t vekml_device_query_two_parts(vekml_device_t device, vekml_device_query_t *query)
+{
+    TRACE("enter vekml_device_query_two_parts");
+    if (query->static_valid != 1 && vekml_device_query_static_info(device, query) != VEKML_SUCCESS) {
+        TRACE("query static info failed.");
+        TRACE("call vekml_device_query to get query info.");
+        return vekml_device_query(device, query);
+    }
+    query->static_valid = 1;
+    const vekml_return_t result = vekml_device_query_dynamic_info(device, query);
+    if (result != VEKML_SUCCESS)
+        TRACE("query dynamic info failed.");
+    TRACE("exit vekml_device_query_two_parts");
+    return result;
+}
+
+// ---- Out of band --------------------------------------------------------------------------------------------
+
+namespace {
+
+/** Copy the field of one record into that of another, cut where it does not fit, always terminated. */
+template <std::size_t To, std::size_t From>
+void copy_field(char (&dst)[To], const char (&src)[From])
+{
+    std::memcpy(dst, src, std::min(To, From));
+    dst[To - 1] = '\0';
+}
+
+void copy_identity(vekml_device_query_t *query, const vekml_device_record_t &device)
+{
+    query->clock[1] = device.gpu_clock_mhz;
+    copy_field(query->name, device.vendor_name);
+    copy_field(query->vbios_version, device.vbios_version_text);
+    copy_field(query->fw_ver, device.fw_version_text);
+    query->pci_ids[0] = static_cast<std::uint32_t>(device.device_id);
+    query->pci_ids[1] = static_cast<std::uint32_t>(device.vendor_id);
+    query->pci_ids[2] = static_cast<std::uint32_t>(device.subsystem_device_id);
+    query->pci_ids[3] = static_cast<std::uint32_t>(device.subsystem_vendor_id);
+    query->device_id = device.device_id;
+    query->pci_info[0] = device.domain;
+    query->pci_info[1] = device.bus;
+    query->pci_info[2] = device.device;
+    query->pci_info[3] = device.function;
+    query->memory.fb_total = device.fb_total;
+    copy_field(query->chip_model, device.model);
+}
+
+/** Bring what the driver published into the units of the firmware block. */
+void adjust_units(vekml_device_query_t *query)
+{
+    query->memory.fb_total = static_cast<std::uint64_t>(query->gddr_size) << 10;
+    query->clock[1] /= 1000000;
+    query->power[2] = static_cast<float>(query->power[2] / 1000.0);
+}
+
+} // namespace
+
+vekml_return_t vekml_device_get_fan_speed_by_out_of_band(vekml_device_t handle, uint32_t *speed)
+{
+    if (handle->bar0_mapped == 0)
+        return vekml_device_get_fan_speed(handle, speed);
+    const uint32_t rpm = firmware_block(handle->mapped_bar0).word(firmware_word::present_rpm);
+    TRACE("fwinfo->curRPM = %d", rpm);
+    *speed = rpm;
+    return VEKML_SUCCESS;
+}
+
+vekml_return_t vekml_device_get_temp_info_by_out_of_band(vekml_device_t handle, temper_info *info)
+{
+    if (handle->bar0_mapped == 0)
+        return vekml_device_get_temper_info(handle, info);
+    const firmware_block firmware(handle->mapped_bar0);
+    const uint32_t temperature = firmware.half(firmware_word::present_temperature);
+    const uint32_t memory_temperature = firmware.word(firmware_word::memory_temperature);
+    TRACE("fwinfo->curTemp = %d", temperature);
+    info->temp_input = static_cast<int32_t>(temperature);
+    info->gddr_temp = static_cast<int32_t>(memory_temperature);
+    return VEKML_SUCCESS;
+}
+
+vekml_return_t vekml_device_get_power_info_by_out_of_band(vekml_device_t handle, uint32_t info[4])
+{
+    if (handle->bar0_mapped == 0) {
+        power_info driver_info{};
+        static_assert(sizeof driver_info == 4 * sizeof *info);
+        const vekml_return_t result = vekml_device_get_power_info(handle, &driver_info);
+        std::memcpy(info, &driver_info, sizeof driver_info);
+        return result;
+    }
+    const firmware_block firmware(handle->mapped_bar0);
+    const uint32_t voltage = firmware.word(firmware_word::present_voltage);
+    const uint32_t current = firmware.word(firmware_word::present_current);
+    const uint32_t power = firmware.word(firmware_word::present_power);
+    const uint32_t total_power = firmware.word(firmware_word::total_power);
+    TRACE("fwinfo->curVolt = %d", voltage);
+    TRACE("fwinfo->curCurr = %d", current);
+    TRACE("fwinfo->curPower = %d", power);
+    TRACE("fwinfo->pwr_total = %d", total_power);
+    info[0] = voltage;
+    info[1] = current;
+    info[2] = power;
+    info[3] = total_power;
+    return VEKML_SUCCESS;
+}
+
+vekml_return_t vekml_device_query_by_out_of_band(vekml_device_t handle, vekml_device_query_t *query)
+{
+    if (handle->bar0_mapped == 0) {
+        const vekml_return_t result = vekml_device_query_two_parts(handle, query);
+        adjust_units(query);
+        return result;
+    }
+    copy_identity(query, *handle);
+    temper_info temperatures{};
+    vekml_device_get_temp_info_by_out_of_band(handle, &temperatures);
+    query->temperature[1] = static_cast<uint64_t>(temperatures.temp_input);
+    uint32_t power[4]{};
+    vekml_device_get_power_info_by_out_of_band(handle, power);
+    query->power_state = power[0];
+    for (int i = 0; i < 3; ++i)
+        query->power[i] = static_cast<float>(static_cast<int32_t>(power[i + 1]));
+    vekml_device_get_fan_speed_by_out_of_band(handle, &query->fan_speed);
+    query->support_fan_info = static_cast<int32_t>(handle->fw_word_0a0);
+    query->support_power_info = handle->fw_word_09c;
+    TRACE("query->support_fan_info:%d, query->support_power_info:%d", query->support_fan_info,
+          query->support_power_info);
+    return VEKML_SUCCESS;
+}

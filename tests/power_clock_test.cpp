@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/sensor_host.h"
+
+#include <iterator>
+#include <sstream>
+
+using power_test = sensor_host;
+using clock_test = sensor_host;
+using setter_test = sensor_host;
+
+static std::vector<std::string> words(const char *text)
+{
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
+TEST_F(power_test, only_the_makers_own_boards_report_their_support)
+{
+    std::uint32_t support = 7;
+    host.write(node("vek_support_power_info"), "3\n");
+    for (const auto &[vendor, expected] : {std::pair{"VEK\n", 3u}, {"VEKTOR\n", 0u}}) {
+        host.write(node("vek_vendor"), vendor);
+        EXPECT_EQ(call(vekml_device_is_support_power, &support), done);
+        EXPECT_EQ(support, expected) << vendor;
+    }
+    host.remove(node("vek_support_power_info"));
+    EXPECT_EQ(vekml_device_get_support_power_info(gpu, &support), VEKML_ERROR_NODE_IO);
+    EXPECT_EQ(support, UINT32_MAX);
+    EXPECT_EQ(vekml_device_is_support_power(gpu, &support), VEKML_ERROR_NODE_IO);
+    EXPECT_EQ(support, 0u);
+    EXPECT_EQ(vekml_device_is_support_power(nullptr, &support), VEKML_ERROR_INVALID_ARGUMENT);
+    EXPECT_EQ(vekml_device_is_support_power(gpu, nullptr), VEKML_ERROR_INVALID_ARGUMENT);
+}
+
+TEST_F(power_test, an_unreadable_reading_repeats_the_one_before_it)
+{
+    power_info out{7, 7, 7, 7};
+    EXPECT_EQ(call(vekml_device_get_power_info, &out), done);
+    EXPECT_EQ(fields(out), numbers({850, 24000, 21, 32000}));
+    host.remove(node("in0_input"));
+    host.write(node("power1_average"), "2147483647\n");
+    host.make_directory(node("vek_total_power"));
+    EXPECT_EQ(call(vekml_device_get_power_info, &out), done);
+    EXPECT_EQ(fields(out), numbers({0, 24000, INT32_MAX, -1000})) << "the product wraps at 32 bits";
+}
+
+TEST_F(clock_test, each_clock_and_all_clocks)
+{
+    const char *lines[] = {"vek gpu_gddr_phys_clk=1750HZ\n", "vek_gfx_freq=1000HZ\n", "vek_acpu_freq=0HZ\n",
+                           "vek_ndf_freq=500HZ\n", "vek_cmcu_freq=600HZ\n"};
+    host.remove(node("vek_acpu_freq_mhz"));
+    clock_info out{7, 7, 7, 7, 7};
+    for (clk_type type = 0; type < 5; ++type)
+        EXPECT_EQ(call(vekml_device_get_clock_info, &out, type), outcome(VEKML_SUCCESS, lines[type]));
+    EXPECT_EQ(fields(out), numbers({1750, 1000, 0, 600, 500}));
+    EXPECT_EQ(call(vekml_device_get_clock_info, &out, 5), failed("invalid clk type\n"));
+    out = {7, 7, 7, 7, 7};
+    EXPECT_EQ(call(vekml_device_get_clock, &out), done);
+    EXPECT_EQ(fields(out), numbers({1750, 1000, 0, 600, 500}));
+}
+
+TEST_F(setter_test, a_value_in_range_goes_out_unchanged)
+{
+    const struct {
+        vekml_return_t (*set)(vekml_device_t, const char *);
+        const char *node, *what;
+        bool talks;
+        const char *accepted, *rejected;
+    } setters[] = {
+        {vekml_device_set_fan_ctrl_mode, "fan1_ctrl_mode", "fan1_ctrl_mode", false, "0 01", "2 -1"},
+        {vekml_device_set_fan_pwm1, "pwm1", "fan speed", false, "1950 05998", "1949 5999 -1 x"},
+        {vekml_device_set_power_warn, "power1_cap", "power cap1", false, "1 019999", "0 20000 -1 x"},
+        {vekml_device_set_power_volt, "in0_input", "power volt", true, "0900 x", ""},
+        {vekml_device_set_gfx_clock, "vek_gfx_freq_mhz", "gfx clock", true, "50000000 01500000000",
+         "1550000000 75000000 0 -50000000 x"},
+    };
+    for (const auto &[set, name, what, talks, accepted, rejected] : setters) {
+        const std::string failure = std::string("set ") + what + " failed\n";
+        const outcome success(0, talks ? std::string("set ") + what + " successful\n" : "");
+        host.write(node(name), "before");
+        for (const auto &text : words(rejected))
+            EXPECT_EQ(call(set, text.c_str()), talks ? failed(failure) : done) << what << text;
+        EXPECT_EQ(text_of(name), "before");
+        for (const auto &text : words(accepted)) {
+            EXPECT_EQ(call(set, text.c_str()), success) << what << text;
+            EXPECT_EQ(text_of(name), text);
+        }
+        host.fail_writes(node(name));
+        EXPECT_EQ(call(set, words(accepted)[0].c_str()), failed(failure));
+        host.set_euid(1000);
+        EXPECT_EQ(call(set, words(accepted)[0].c_str()), refused(failure));
+        host.set_euid(0);
+    }
+    EXPECT_EQ(host.pauses(), std::vector<std::string>(3, "usleep 500000")) << "failed or not";
+}
+
+TEST_F(setter_test, a_node_that_the_driver_does_not_offer)
+{
+    host.set_mode(node("in0_input"), 0444);
+    EXPECT_EQ(call(vekml_device_set_power_volt, "900"),
+              outcome(VEKML_ERROR_NO_PERMISSION,
+                      "\nThe voltage value cannot be modified (you can try to check the driver version)\n"));
+    EXPECT_EQ(call(vekml_device_set_fan_pwm1, "2000"),
+              failed("set fan speed failed, you can try <veksmi fan set fan XX>\n"));
+    EXPECT_TRUE(logged("write_to_node", node("pwm1"))) << "missed only after the write";
+}
