@@ -778,8 +778,9 @@ typedef struct vekml_device_query_record {
 VEKML_API vekml_return_t vekml_device_query_static_info(vekml_device_t device, vekml_device_query_t *query);
 
 /**
- * Fill the live fields of the record. When an essential getter fails, its line is printed and the fallback fills
- * the record again, with `util_state` and the processes from the driver's requests.
+ * Fill the live fields of the record. When an essential getter fails, the fallback fills the record again, with
+ * `util_state` and the processes from the driver's requests. Failures of utilisation and, though they are passed
+ * over, of clocks and processes print a line.
  *
  * @return 0; otherwise the failing step of the fallback: utilisation, a request, a process's status file, or the
  *         memory CRC counters.
@@ -1087,9 +1088,10 @@ VEKML_API vekml_return_t vekml_get_vpu_functions_valid(uint32_t *valid);
  * Codec capabilities of the GPU's video engines, through VA-API on "/dev/dri/cardN". Asked once per GPU and then
  * answered from the device record. Changes the process environment while it runs and restores it.
  *
- * @return 0; 2 for a null argument; 3 when there is no profile or entrypoint; 4 when the card node cannot be opened;
- *         6 when it is missing; 12 when the video libraries are missing or cannot be loaded, with the record
- *         initialised; 999 when VA-API cannot be started or memory runs out.
+ * @return 0; 2 for a null argument; 3 when there is no profile or entrypoint or the profiles cannot be queried; 4
+ *         when the card node cannot be opened; 6 when it is missing; 12 when the video libraries are missing or
+ *         cannot be loaded, with the record initialised; 999 when VA-API cannot be started or memory runs out. Other
+ *         failures leave the record alone.
  */
 VEKML_API vekml_return_t vekml_device_get_vpu_info(vekml_device_t handle, Vpu_codec_info_st *info);
 

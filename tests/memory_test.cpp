@@ -4,7 +4,7 @@
 #include "memory_sizes.h"
 #include "vek_smi_utils.h"
 
-#include <chrono>
+#include <ctime>
 #include <random>
 
 namespace {
@@ -94,12 +94,12 @@ TEST_F(memory_test, a_hostile_dump_is_no_burden)
         return text;
     };
     const std::string near_match = "GPU_LOCAL Free Size: 1, Total Size: 2 SYSMEM ";
-    const auto start = std::chrono::steady_clock::now();
+    const std::clock_t start = std::clock(); // of this process: a busy machine is no failure
     EXPECT_EQ(ask_dump(repeated("GPU_LOCAL ")), sizes{});
     EXPECT_EQ(ask_dump(repeated(near_match + "\n")), sizes{});
     EXPECT_EQ(ask_dump(repeated("GPU_LOCAL Free Size: ") + std::string(256 * 1024, '1')), sizes{});
     EXPECT_EQ(ask_dump(repeated(near_match) + local + system), both);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+    EXPECT_LT(std::clock() - start, 5 * CLOCKS_PER_SEC);
 }
 
 TEST_F(memory_test, the_dump_is_for_root_and_numbered_by_table_position)

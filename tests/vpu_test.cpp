@@ -308,5 +308,6 @@ TEST(vpu_counters, rates)
 {
     EXPECT_EQ(vekml::elapsed_seconds(100, 900'000, 101, 400'000), 0.5F);
     EXPECT_EQ(vekml::commands_per_second(1000, 1030, 0.5F), 60);
+    EXPECT_EQ(vekml::commands_per_second(0, 16'777'217, 1.0F), 16'777'216) << "counted in single precision";
     EXPECT_EQ(vekml::commands_per_second(UINT64_MAX, 5, 1.0F), 5) << "one short of the wrap-around";
 }
