@@ -1,0 +1,330 @@
+// SPDX-License-Identifier: Apache-2.0
+// The client as a person or a script meets it: a program that is run on a host.
+#include "sim_host.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <future>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <thread>
+
+namespace {
+
+using nlohmann::json;
+
+std::vector<std::string> words(const std::string &line)
+{
+    std::istringstream stream(line);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
+std::vector<std::string> lines(const std::string &text, char end = '\n')
+{
+    std::istringstream stream(text);
+    std::vector<std::string> list;
+    for (std::string line; std::getline(stream, line, end);)
+        list.push_back(line);
+    return list;
+}
+
+class client_test : public sim_host {
+protected:
+    run_result veksmi(const std::string &arguments)
+    {
+        std::vector<std::string> command = words(arguments);
+        command.insert(command.begin(), VEKSMI_PATH);
+        return run_on_host(command);
+    }
+
+    // The only document on standard output; a null one fails the test.
+    json document(const std::string &arguments, int status = 0)
+    {
+        const run_result result = veksmi(arguments);
+        EXPECT_EQ(result.status, status) << arguments << "\n" << result.err;
+        json parsed = json::parse(result.out, nullptr, false);
+        EXPECT_TRUE(parsed.is_object() && parsed.value("schema", 0) == 1 && parsed["gpus"].is_array())
+            << arguments << "\n"
+            << result.out;
+        return parsed;
+    }
+};
+
+TEST_F(client_test, works_without_a_gpu_and_without_a_driver)
+{
+    EXPECT_EQ(veksmi("list").out, "No GPU found.\n");
+    host.remove("/sys/class/drm");
+    for (const char *command : {"list", "version", "help", "--help", "help -h", "help fan"})
+        EXPECT_EQ(veksmi(command).status, 0) << command;
+    EXPECT_EQ(veksmi("list").out, "Open failed, there's no such path\nNo GPU found.\n");
+    EXPECT_EQ(document("list --format json")["gpus"].size(), 0U);
+    for (const char *command : {"query --format json", "ps --format json", "--format json", "vpu --format json"})
+        EXPECT_EQ(document(command, 21)["gpus"].size(), 0U);
+    EXPECT_EQ(veksmi("").err, "veksmi: no GPU found\n");
+    const std::vector<std::string> help = lines(veksmi("--help").out);
+    EXPECT_TRUE(help.size() > 10 && help.size() <= 24) << help.size();
+    EXPECT_TRUE(std::all_of(help.begin(), help.end(), [](const std::string &line) { return line.size() <= 80; }));
+}
+
+TEST_F(client_test, lists_the_gpus)
+{
+    host.add_gpu(veksim::sample_gpu(0));
+    host.add_gpu(veksim::sample_gpu(1));
+    host.remove(host.hwmon(1, "vek_chip_id"));
+    EXPECT_EQ(veksmi("list").out, "INDEX  CARD  MODEL        NAME      BUS ID        UUID\n"
+                                  "    0     0  VEK M310     TALON-M1  0000:03:00.0  5e0a1c00\n"
+                                  "    1     1  VEK S280 XT  TALON-S3  0000:04:00.0  N/A\n");
+    EXPECT_EQ(veksmi("-i 0000:04:00.0 list --format csv").out,
+              "index,card,model,name,bus_id,uuid\n1,1,VEK S280 XT,TALON-S3,0000:04:00.0,\n");
+    EXPECT_EQ(document("list --format json -i 1")["gpus"][0]["uuid"], nullptr);
+}
+
+TEST_F(client_test, wrong_usage_is_one_line_and_1)
+{
+    host.add_gpu();
+    host.add_gpu();
+    const std::string wrong = R"(nonsense;--nonsense;list extra;list set 1;-i 2;-i 0000:09:00.0;-i 0x;-i;--format xml;
+        query --fields temperature,nonsense;query --fields ,;monitor -n 0;monitor -n soon;monitor -c -1;help nonsense;
+        fan set fan;fan set fan 1 2;fan set nonsense 1;dvfs set 1;-i 0 ps --out-of-band=maybe)";
+    for (const std::string &arguments : lines(wrong, ';')) { // with two GPUs, dvfs set takes -i
+        const run_result result = veksmi(arguments);
+        EXPECT_EQ(result.status, 1) << arguments;
+        EXPECT_EQ(result.out, "") << arguments;
+        EXPECT_EQ(result.err.rfind("veksmi: ", 0), 0U) << arguments << "\n" << result.err;
+        EXPECT_EQ(lines(result.err).size(), 1U) << result.err;
+    }
+    EXPECT_EQ(document("query -i 7 --format json", 1)["gpus"].size(), 0U);
+}
+
+TEST_F(client_test, query_tells_what_the_driver_tells)
+{
+    veksim::gpu_state state;
+    state.temperature = -3;
+    state.memory_errors[2] = {1, 2, 3, 4};
+    state.aer_totals = {7, 0, 52};
+    state.pcie_event = 5;
+    host.add_gpu({}, state);
+    std::string all;
+    for (const std::string &line : lines(veksmi("query --help-fields").out))
+        all += (all.empty() ? "" : ",") + words(line).front();
+    all.erase(0, all.find(',') + 1); // the heading
+    const json gpu = document("query --format json --fields " + all)["gpus"][0];
+    const json expected = json::parse(R"({
+        "temperature": -3, "temperature_highest": 61, "memory_temperature": 52, "temperature_max": 90,
+        "thermal_shutdown": 105, "dvfs_enabled": 1, "fan_speed": 2400, "fan_speed_max": 4800, "fan_pwm": null,
+        "power": 21, "power_total": 32000, "voltage": 850, "current": 24000, "gfx_clock_mhz": 1000,
+        "memory_clock_mhz": 1750, "cmcu_clock_mhz": 600, "acpu_clock_mhz": 800, "ndf_clock_mhz": 500,
+        "gpu_util_percent": 37, "3d_util_percent": 31, "memory_used": 1288490188, "memory_total": 8589934592,
+        "memory_util_percent": 15, "process_count": 0, "crc_read_errors": [0, 0, 2, 0],
+        "crc_write_retries": [0, 0, 3, 0], "pcie_corrected_first_digit": 7, "pcie_nonfatal_first_digit": 5,
+        "pcie_event": 5, "pcie_event_flags": [1, 0, 1, 0, 0, 0], "pcie_speed_gts": 16, "pcie_width": 8, "cores": 4,
+        "memory_vendor": "Samsung", "firmware_version": "v1.2.3", "card_type": "Display Card",
+        "driver_kmd": "1.10", "device_id": "0x4a1f", "display_connected": true,
+        "firmware_memory_size_mib": null})");
+    for (const auto &[key, value] : expected.items())
+        EXPECT_EQ(gpu[key], value) << key;
+}
+
+TEST_F(client_test, what_is_not_to_be_had_is_absent)
+{
+    veksim::gpu_config passive;
+    passive.fan_support = passive.power_support = false;
+    host.add_gpu(passive);
+    host.remove(host.hwmon(0, "temp1_input"));
+    host.make_directory(host.hwmon(0, "temp1_highest"));
+    host.write(host.hwmon(0, "vek_gfx_freq_mhz"), "garbage\n");
+    host.write(host.hwmon(0, "vek_ndf_freq_mhz"), "");
+    host.remove(host.card(0, "device/gpu_util_info"));
+    host.fail_request(0, 0xC010644C, 2, 16);
+    host.set_euid(1000);
+    const std::string keys = "fan_speed,power,temperature,temperature_highest,gfx_clock_mhz,ndf_clock_mhz,"
+                             "gpu_util_percent";
+    const json gpu = document("query --format json --fields " + keys, 4)["gpus"][0];
+    for (const auto &[key, value] : gpu.items())
+        EXPECT_EQ(value, nullptr) << key;
+    const run_result csv = veksmi("query --format csv --fields " + keys);
+    EXPECT_EQ(csv.out, keys + "\n,,,,,,\n");
+    EXPECT_NE(csv.err, "") << "the library's own lines go to standard error";
+    const std::vector<std::string> cells = words(veksmi("query --fields " + keys).out);
+    EXPECT_EQ(std::count(cells.begin(), cells.end(), "N/A"), 7);
+}
+
+TEST_F(client_test, json_is_valid_whatever_breaks)
+{
+    host.add_gpu(veksim::sample_gpu(0), {});
+    host.set_processes(0, {{4711, "\xff\x1b[31mred\"", 1000, 2000}});
+    host.write(host.card(0, "vek_product_name"), "\xfe\x1b[2J\n");
+    const auto check = [&](const std::string &fault) {
+        for (const char *command : {"", "list", "info", "query", "ps", "temp", "fan", "power", "clock", "thermal",
+                                    "dvfs", "pcie", "vpu", "version", "monitor -c 1"}) {
+            const run_result result = veksmi(std::string(command) + " --format json");
+            EXPECT_TRUE(json::accept(result.out)) << fault << ", " << command << ": " << result.out;
+            EXPECT_EQ(veksmi(command + std::string(" -i 0")).out.find('\x1b'), std::string::npos) << command;
+        }
+    };
+    host.instant_pauses();
+    check("odd texts");
+    EXPECT_EQ(document("ps --format json")["gpus"][0]["processes"][0]["memory"], 1000);
+    host.remove(host.card(0, "device"));
+    host.write(host.card(0, "device/vendor"), "0x7665\n");
+    host.set_euid(1000);
+    check("no nodes, not root");
+}
+
+TEST_F(client_test, processes_of_all_gpus_by_memory)
+{
+    host.add_gpu();
+    host.add_gpu();
+    host.set_processes(0, {{101, "small", 10, 20}, {102, "large", 3000, 3001}});
+    host.set_processes(1, {{103, "middle", 500, 600}});
+    EXPECT_EQ(veksmi("ps --format csv").out, "index,pid,name,memory,memory_total\n0,102,large,3000,3001\n"
+                                             "1,103,middle,500,600\n0,101,small,10,20\n");
+    EXPECT_NE(veksmi("").out.find("  1  103     500         600  middle\n"), std::string::npos);
+    host.remove(host.card(1, "device/gpu_mem_util_info"));
+    host.fail_request(1, 0xC010644C, 1, 16);
+    EXPECT_EQ(document("ps --format json", 255)["gpus"][1]["processes"], nullptr);
+}
+
+TEST_F(client_test, setters_write_and_say_so)
+{
+    host.add_gpu(veksim::sample_gpu(1));
+    host.add_gpu(veksim::sample_gpu(0));
+    // Arguments; node in the hwmon directory and what it holds then; pauses.
+    for (const auto &[arguments, node, text, pauses] : std::vector<std::array<std::string, 4>>{
+             {"-i 1 fan set fan 060", "fan1_target", "60", ""},
+             {"-i 0 fan set pwm 3000", "pwm1", "3000", ""},
+             {"fan set mode 0 -i 0", "fan1_ctrl_mode", "0", ""},
+             {"temp -i 0 set max 95", "temp1_max", "95", "sleep 1,sleep 3,sleep 3"},
+             {"-i 0 temp set min -5", "temp1_min", "-5", "sleep 1,sleep 3,sleep 3"},
+             {"-i 0 temp set crit 9999", "temp1_crit", "9999", "sleep 1,sleep 3,sleep 3"},
+             {"-i 0 temp set ctrl 0", "temp1_ctrl_mode", "0", ""},
+             {"-i 0 power set cap 19999", "power1_cap", "19999", ""},
+             {"-i 0 power set volt 900", "in0_input", "900", "usleep 500000"},
+             {"-i 0000:03:00.0 clock set gfx 900000000", "vek_gfx_freq_mhz", "900000000", ""},
+             {"-i 0 thermal set slowdown 90", "vek_slowdown_temp", "90", "sleep 1"},
+             {"-i 0 thermal set shutdown 110", "vek_shutdown_temp", "110", "sleep 1"},
+             {"-i 0 thermal set enable-slowdown 0", "vek_enable_thm_slowdown", "0", "sleep 1"},
+             {"-i 0 thermal set enable-shutdown 0", "vek_enable_thm_shutdown", "0", "sleep 1"},
+             {"-i 0 dvfs set 0", "../../../vek_enable_dvfs", "0", "sleep 1"}}) {
+        host.remove("/host/pauses");
+        host.instant_pauses();
+        const run_result result = veksmi(arguments);
+        EXPECT_EQ(result.status, 0) << arguments << "\n" << result.err;
+        EXPECT_EQ(host.read(host.hwmon(arguments.rfind("-i 1", 0) == 0 ? 1 : 0, node)), text) << arguments;
+        EXPECT_EQ(host.pauses(), lines(pauses, ',')) << arguments;
+        EXPECT_EQ(result.out.find(" blocks for ") != std::string::npos, !pauses.empty()) << result.out;
+        EXPECT_NE(result.out.find(" to " + text), std::string::npos) << result.out;
+    }
+}
+
+TEST_F(client_test, setters_refuse_what_would_not_be_written)
+{
+    host.add_gpu(veksim::sample_gpu(1));
+    host.instant_pauses();
+    const std::string wrong = R"(fan set fan 101;fan set fan -1;fan set pwm 1949;fan set pwm 5999;fan set mode 2;
+        temp set max 10000;temp set ctrl 2;power set cap 0;power set cap 20000;power set volt 0;dvfs set 2;
+        clock set gfx 900000001;clock set gfx 1550000000;thermal set slowdown hot;thermal set enable-slowdown 2;
+        dvfs set 1 --format json;dvfs set 99999999999999999999)";
+    for (const std::string &arguments : lines(wrong, ';')) {
+        const run_result result = veksmi(arguments);
+        EXPECT_EQ(result.status, 1) << arguments;
+        EXPECT_EQ(lines(result.err).size(), 1U) << result.err;
+    }
+    EXPECT_EQ(host.read(host.hwmon(0, "pwm1")), "3200\n");
+    EXPECT_EQ(host.pauses(), std::vector<std::string>{});
+
+    EXPECT_EQ(veksmi("fan set fan 60").status, 255) << "a PWM fan has no target";
+    host.fail_writes(host.hwmon(0, "vek_slowdown_temp"));
+    const run_result failed = veksmi("thermal set slowdown 90");
+    EXPECT_EQ(failed.status, 255);
+    EXPECT_EQ(failed.out.find(" to 90"), std::string::npos) << failed.out;
+    host.fail_writes(host.hwmon(0, "temp1_ctrl_mode"));
+    EXPECT_EQ(veksmi("temp set ctrl 0").status, 255) << "the library takes this one for done";
+    host.set_euid(1000);
+    const run_result refused = veksmi("temp set max 90");
+    EXPECT_EQ(refused.status, 4);
+    EXPECT_EQ(refused.out, "Permission denied!\nset temper crit failed\n");
+}
+
+TEST_F(client_test, out_of_band_reads_the_firmware)
+{
+    veksim::gpu_state state;
+    state.temperature = 57;
+    host.add_bare_gpu({}, state);
+    const json gpu = document("query --out-of-band --format json --fields model,bus_id,temperature,fan_speed,"
+                              "power_total,gfx_clock_mhz,firmware_memory_size_mib,gpu_util_percent,uuid")["gpus"][0];
+    const json expected = json::parse(R"({"model": "VEK M310", "bus_id": "0000:03:00.0", "temperature": 57,
+        "fan_speed": 2400, "power_total": 32, "gfx_clock_mhz": 1000, "firmware_memory_size_mib": 8192,
+        "gpu_util_percent": null, "uuid": null})");
+    EXPECT_EQ(gpu, expected);
+    EXPECT_EQ(veksmi("--out-of-band dvfs set 1").status, 1);
+    host.set_euid(1000);
+    EXPECT_EQ(document("temp --out-of-band --format json")["gpus"][0]["temperature"], nullptr);
+}
+
+TEST_F(client_test, video_engines)
+{
+    host.add_gpu();
+    host.instant_pauses();
+    const json without = document("vpu --format json", 12)["gpus"][0];
+    EXPECT_EQ(without["codecs"], nullptr);
+    host.add_video_libraries(VEKSIM_VA_DRIVER);
+    const json gpu = document("vpu --format json")["gpus"][0];
+    EXPECT_EQ(gpu["codecs"][0]["profile"], "mpeg2 main");
+    EXPECT_EQ(gpu["codecs"][0]["encoder"], nullptr);
+    EXPECT_EQ(gpu["codecs"][1]["encoder"]["rate_controls"][0], "cbr");
+    EXPECT_NE(veksmi("vpu").out.find("\n  h264 high "), std::string::npos);
+}
+
+TEST_F(client_test, monitor_repeats_its_header_and_ends_with_its_count)
+{
+    host.add_gpu();
+    host.add_gpu();
+    const std::vector<std::string> text = lines(veksmi("monitor -n 0.01 -c 11").out);
+    ASSERT_EQ(text.size(), 24U);
+    EXPECT_EQ(text[0], text[21]);
+    for (const std::string &line : lines(veksmi("monitor -n 0.01 -c 2 --format json").out))
+        EXPECT_EQ(json::parse(line, nullptr, false)["gpus"][0]["temperature"], 48) << line;
+}
+
+TEST_F(client_test, monitor_outlives_a_gpu_and_stops_when_asked)
+{
+    host.add_gpu();
+    auto running = std::async(std::launch::async, [&] { return veksmi("monitor -n 0.05 --format csv"); });
+    const auto rounds = [&] { return messages_of("vekml_device_query_two_parts").size(); };
+    const auto await_rounds = [&](std::size_t count) {
+        for (int patience = 3000; rounds() < count && patience > 0; --patience)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    };
+    await_rounds(4);
+    host.remove(host.card(0));
+    await_rounds(rounds() + 6);
+    const std::size_t pid = host.log().find("pid:");
+    ASSERT_NE(pid, std::string::npos) << running.get().err;
+    kill(std::stoi(host.log().substr(pid + 4)), SIGINT);
+    const run_result result = running.get();
+    const std::vector<std::string> text = lines(result.out);
+    ASSERT_TRUE(result.status == 0 && text.size() >= 3) << result.err;
+    EXPECT_NE(text[1].find(",0,48,2400,21,1000,"), std::string::npos) << text[1];
+    EXPECT_NE(text.back().find(",0,,,,,"), std::string::npos) << text.back();
+}
+
+TEST_F(client_test, a_reader_may_go_away)
+{
+    if (*EMULATOR != '\0')
+        GTEST_SKIP() << "a shell of this machine cannot start a program of the other";
+    host.add_gpu();
+    const std::string client = VEKSMI_PATH;
+    const auto begun = std::chrono::steady_clock::now();
+    const run_result piped =
+        run_on_host({"/bin/sh", "-c", "{ " + client + " monitor -n 30; echo $? >&2; } | head -n 1"});
+    EXPECT_EQ(piped.err, "0\n");
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(20)) << "it waited to find out";
+    const run_result full = run_on_host({"/bin/sh", "-c", client + " list > /dev/full"});
+    EXPECT_EQ(full.status, 255);
+    EXPECT_EQ(full.err, "veksmi: cannot write: No space left on device\n");
+}
+
+} // namespace

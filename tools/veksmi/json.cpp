@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "output.h"
+
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using json = nlohmann::ordered_json;
+
+json json_value(const value &v)
+{
+    return std::visit(
+        [](const auto &held) -> json {
+            if constexpr (std::is_same_v<std::decay_t<decltype(held)>, std::monostate>)
+                return nullptr;
+            else
+                return held;
+        },
+        v);
+}
+
+json process_objects(gpu &g)
+{
+    const auto &processes = g.processes();
+    if (!processes)
+        return nullptr;
+    json list = json::array();
+    for (std::size_t i = 0; i < processes->process_num; ++i) {
+        const vekml_process_t &process = processes->process[i];
+        list.push_back({{"pid", process.pid},
+                        {"name", json_value(text_value(processes->process_name[i]))},
+                        {"memory", process.mem_lma},
+                        {"memory_total", process.mem_total}});
+    }
+    return list;
+}
+
+template <std::size_t Size>
+json names(const vpu_cap_item (&items)[Size])
+{
+    json list = json::array();
+    for (const vpu_cap_item &item : items) {
+        if (item.supported == 1)
+            list.push_back(item.name);
+    }
+    return list;
+}
+
+json codec_objects(gpu &g)
+{
+    const Vpu_codec_info_st *codecs = g.codecs();
+    if (codecs == nullptr)
+        return nullptr;
+    json list = json::array();
+    for (std::size_t i = 0; i < VEKML_VPU_PROFILES; ++i) {
+        const vpu_decoder_item &decoder = codecs->decoders[i];
+        const vpu_encoder_item &encoder = codecs->encoders[i];
+        if (decoder.supported != 1 && encoder.supported != 1)
+            continue;
+        json codec = {{"profile", profile_name(decoder)}, {"decoder", nullptr}, {"encoder", nullptr}};
+        if (decoder.supported == 1)
+            codec["decoder"] = {{"image_formats", names(decoder.image_formats)}};
+        if (encoder.supported == 1)
+            codec["encoder"] = {{"image_formats", names(encoder.image_formats)},
+                                {"rate_controls", names(encoder.rate_controls)}};
+        list.push_back(codec);
+    }
+    return list;
+}
+
+} // namespace
+
+std::string json_document(const field_list &fields, std::vector<gpu *> gpus, const json_extras &extras)
+{
+    json document = {{"schema", 1}};
+    for (const auto &[key, held] : extras.head)
+        document[key] = json_value(held);
+    json list = json::array();
+    for (gpu *g : gpus) {
+        json object = json::object();
+        for (const field *f : fields)
+            object[f->key] = json_value(f->get(*g));
+        if (extras.processes)
+            object["processes"] = process_objects(*g);
+        if (extras.codecs)
+            object["codecs"] = codec_objects(*g);
+        list.push_back(std::move(object));
+    }
+    document["gpus"] = std::move(list);
+    // What a driver's text holds need not be UTF-8.
+    return document.dump(-1, ' ', false, json::error_handler_t::replace);
+}
