@@ -1,0 +1,258 @@
+// SPDX-License-Identifier: Apache-2.0
+// Every call that reads or writes a node, on hosts where one thing after the other is broken in every way. Each reader
+// runs twice on the same host, over different leftovers on stack and heap: what differs then was never written.
+#include "support/sim_host.h"
+
+#include "vek_smi_vpu_api.h"
+#include "veksim.h"
+
+#include <atomic>
+#include <cstring>
+#include <malloc.h>
+#include <thread>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+
+struct call {
+    const char *name;
+    std::size_t size; // of the record it fills
+    std::function<int(vekml_device_t, void *)> run;
+};
+template <typename Out>
+call of(const char *name, vekml_return_t (*get)(vekml_device_t, Out *), std::size_t size = sizeof(Out))
+{
+    return {name, size, [=](vekml_device_t gpu, void *out) { return get(gpu, static_cast<Out *>(out)); }};
+}
+template <typename Out>
+call of(const char *name, vekml_return_t (*get)(const char *, Out *), std::size_t size = sizeof(Out))
+{
+    return {name, size, [=](vekml_device_t gpu, void *out) { return get(gpu->card_path, static_cast<Out *>(out)); }};
+}
+// Selects one value after the other, and one that does not exist.
+template <typename Out>
+call of(const char *name, vekml_return_t (*run)(vekml_device_t, Out *, std::uint32_t))
+{
+    return {name, sizeof(Out), [=](vekml_device_t gpu, void *out) {
+                int results = 0;
+                for (std::uint32_t type = 0; type <= 5; ++type)
+                    results |= run(gpu, static_cast<Out *>(out), type) << type;
+                return results;
+            }};
+}
+call of(const char *name, vekml_return_t (*set)(vekml_device_t, const char *), const char *value)
+{
+    return {name, 0, [=](vekml_device_t gpu, void *) { return set(gpu, value); }};
+}
+vekml_return_t vekml_device_get_vpu_rates(vekml_device_t gpu, std::uint32_t (*rate)[4])
+{
+    return vekml_device_get_vpu_utlz(gpu, &(*rate)[0], &(*rate)[1], &(*rate)[2], &(*rate)[3]);
+}
+template <typename... Call>
+std::vector<call> all(const Call &...calls)
+{
+    return {calls...};
+}
+#define CALL(name, ...) of(#name, vekml_device_##name __VA_OPT__(, ) __VA_ARGS__)
+
+const auto readers = all(
+    CALL(get_product_name, 16), CALL(get_gddr_size), CALL(get_gddr_speed), CALL(get_gddr_count), CALL(get_vendor, 64),
+    CALL(get_fw_ver, 20), CALL(get_serial, 20), CALL(get_vbios_version, 50), CALL(get_uuid, 20), CALL(get_asic_type),
+    CALL(get_gddr_vendor, 8), CALL(get_num_gpu_cores), CALL(get_texture_fill_rate), CALL(get_pixel_fill_rate),
+    CALL(get_chip_process), CALL(get_primary_id, 20), CALL(get_primary_core_id, 20), CALL(get_driver_version),
+    CALL(get_pcie_throughput, 20), CALL(get_pcie_event), CALL(get_pcie_mmbar_type, 20), CALL(get_pcie_err_nonfatal, 4),
+    CALL(get_pcie_err_fatal, 4), CALL(get_pcie_err_corr, 4), CALL(get_gddr_crc), CALL(get_display_status),
+    CALL(get_util_info), CALL(get_mem_info), CALL(get_process_info), CALL(get_thermal), CALL(get_thermal_info),
+    CALL(get_dvfs_info), CALL(get_temper), CALL(get_temper_info), CALL(get_fan_ctrl_mode), CALL(get_fan_pwm),
+    CALL(get_pwm_min), CALL(get_pwm_max), CALL(get_fan_speed), CALL(get_support_fan_info), CALL(get_support_power_info),
+    CALL(is_support_power), CALL(get_power_info), CALL(get_clock_info), CALL(get_clock), CALL(get_vpu_info),
+    CALL(get_vpu_rates), CALL(query_by_out_of_band), of("static_info", vekml_read_static_info_from_node), CALL(query),
+    CALL(query_two_parts));
+const auto setters = all(CALL(set_thermal_info), CALL(set_temper_info), CALL(set_dvfs_enable, "1"),
+                         CALL(set_fan_ctrl_mode, "1"), CALL(set_fan_pwm1, "3000"), CALL(set_fan1_speed, "60"),
+                         CALL(set_power_volt, "850"), CALL(set_power_warn, "150"), CALL(set_gfx_clock, "900000000"));
+const auto readers_without_driver = all(CALL(get_fan_speed_by_out_of_band), CALL(get_temp_info_by_out_of_band),
+                                        CALL(get_power_info_by_out_of_band, 16), CALL(query_by_out_of_band));
+
+// Puts a fault in the place of a node, given its healthy text.
+using fault = std::function<void(veksim::host_tree &host, const std::string &node, const std::string &healthy)>;
+std::string digits_as(const std::string &number, const std::string &text)
+{
+    std::string changed;
+    for (char c : text)
+        changed += c >= '0' && c <= '9' ? number : std::string(1, c);
+    return changed;
+}
+const std::string rubbish("\x80%s\0\xff\n\x01 -", 9);
+using named_fault = std::pair<const char *, fault>;
+const named_fault node_faults[] = {
+    {"missing", [](auto &host, auto &node, auto &) { host.remove(node); }},
+    {"empty", [](auto &host, auto &node, auto &) { host.write(node, ""); }},
+    {"directory", [](auto &host, auto &node, auto &) { host.make_directory(node); }},
+    {"unreadable", [](auto &host, auto &node, auto &) { host.fail(node, EACCES); }},
+    {"long", [](auto &host, auto &node, auto &) { host.write(node, std::string(1 << 20, '7')); }},
+    {"binary", [](auto &host, auto &node, auto &) { host.write(node, rubbish); }},
+    {"cut", [](auto &host, auto &node, auto &text) { host.write(node, text.substr(0, text.size() / 2)); }},
+    {"negative", [](auto &host, auto &node, auto &text) { host.write(node, digits_as("-7", text)); }},
+    {"huge", [](auto &host, auto &node, auto &text) { host.write(node, digits_as("99999999999", text)); }}};
+
+// The last two leave no room for the end of a list or of a text; process 1 is alive.
+const std::string replies[] = {"errno 5\n", digits_as("i64 -1\n", std::string(12500, '0')),
+                               digits_as("u32 1\ntext 180 " + std::string(180, 'x') + "\n", std::string(544, '0'))};
+
+__attribute__((noinline, no_sanitize("address"))) void litter_stack(int leftovers)
+{
+    char stack[32768];
+    std::memset(stack, leftovers, sizeof stack);
+    asm volatile("" : : "r"(stack) : "memory");
+}
+
+class fault_test : public sim_host, public testing::WithParamInterface<named_fault> {
+protected:
+    fault_test()
+    {
+        vekml::video_libraries_valid = vekml::video_libraries_unknown;
+        host.instant_pauses();
+        host.remove("/tmp"); // logging would take most of the time
+    }
+    ~fault_test() override { vekml::video_libraries_valid = vekml::video_libraries_unknown; }
+
+    void add_gpu_with_everything()
+    {
+        veksim::gpu_config config;
+        config.fan = veksim::fan_kind::pwm;
+        veksim::gpu_state state;
+        state.processes = {{5000001, "first", 10, 30}, {5000002, "second", 20, 40}};
+        host.add_gpu(config, state);
+        host.write(host.hwmon(0, "fan1_target"), "50\n");
+        host.add_video_libraries(VEKSIM_VA_DRIVER);
+    }
+    void remove_first_choices()
+    {
+        for (const char *node :
+             {"version", "device/gpu_static_info", "device/gpu_util_info", "device/gpu_mem_util_info"})
+            host.remove(host.card(0, node));
+    }
+    // The result and every byte of a call's record and what lies around it.
+    std::string outcome(const call &one, int leftovers = 0)
+    {
+        constexpr std::size_t guard = 64;
+        std::string bytes(guard + one.size + guard, '\xA5');
+        mallopt(M_PERTURB, leftovers);
+        litter_stack(leftovers);
+        const int result = one.run(&globals.devices[0], bytes.data() + guard);
+        mallopt(M_PERTURB, 0);
+        if (bytes.substr(0, guard) + bytes.substr(guard + one.size) != std::string(2 * guard, '\xA5'))
+            complaints += std::string(one.name) + " writes outside its record\n";
+        return std::to_string(result) + bytes;
+    }
+    void call_all(vekml_return_t (*begin)(), const std::vector<call> &calls)
+    {
+        std::vector<std::string> first;
+        begin();
+        for (const call &one : calls)
+            first.push_back(outcome(one, 0x11));
+        begin();
+        for (std::size_t i = 0; i < calls.size(); ++i)
+            complaints += outcome(calls[i], 0xEE) == first[i] ? "" : calls[i].name + " hands out leftovers\n"s;
+        for (const call &set : setters)
+            outcome(set);
+    }
+    // Puts the fault in the place of each plain file below a directory, one after the other.
+    void break_each(const std::string &directory, const fault &put, vekml_return_t (*begin)(),
+                    const std::vector<call> &calls)
+    {
+        const int descriptor = dup(0);
+        close(descriptor);
+        const std::vector<fs::path> files(fs::recursive_directory_iterator(host.path(directory)), {});
+        for (const fs::path &file : files) {
+            if (!fs::is_regular_file(fs::symlink_status(file)))
+                continue;
+            const std::string node = "/" + fs::relative(file, host.root()).string(), healthy = host.read(node);
+            put(host, node, healthy);
+            globals.devices[0].vpu_codec_info.valid = directory != "/dev/dri";
+            standard_output([&] { call_all(begin, calls); });
+            EXPECT_EQ(std::exchange(complaints, ""), "") << node;
+            host.write(node, healthy);
+        }
+        EXPECT_EQ(dup(0), descriptor) << "a descriptor is left open";
+        close(descriptor);
+    }
+    std::string complaints;
+};
+using reply_fault_test = fault_test;
+using vanishing_gpu_test = fault_test;
+INSTANTIATE_TEST_SUITE_P(each_node, fault_test, testing::ValuesIn(node_faults),
+                         [](const auto &each) { return std::string(each.param.first); });
+
+TEST_P(fault_test, is_survived)
+{
+    add_gpu_with_everything();
+    for (const std::string &directory : {host.card(), "/proc"s, "/dev/dri"s})
+        break_each(directory, GetParam().second, vekml_init, readers);
+    remove_first_choices();
+    host.fail_request(0, 0xC010644C, 2, EIO);
+    break_each("/sys/kernel/debug", GetParam().second, vekml_init, readers);
+}
+
+TEST_P(fault_test, is_survived_without_the_driver)
+{
+    host.add_bare_gpu();
+    const auto restart = [] { return vekml_shutdown(), vekml_out_of_band_init(); };
+    break_each("/sys/bus/pci/devices", GetParam().second, restart, readers_without_driver);
+}
+
+TEST_F(reply_fault_test, any_reply_is_survived)
+{
+    add_gpu_with_everything();
+    remove_first_choices();
+    for (const std::string &reply : replies) {
+        const auto put = [&](auto &tree, auto &node, auto &) { tree.write(node, reply); };
+        break_each("/host/requests", put, vekml_init, readers);
+    }
+}
+
+TEST_F(vanishing_gpu_test, setters_fail_when_it_leaves_during_their_pause)
+{
+    add_gpu_with_everything();
+    vekml_device_t gpu = start();
+    static fs::path here, away;
+    here = host.path(host.card()), away = host.path("/away");
+    veksim_on_pause([](void *, const char *) { fs::exists(here) ? fs::rename(here, away) : void(); }, nullptr);
+    const temper_set limits{"1", "10", "90", "95"};
+    for (tem_type type : {temper_min_type, temper_max_type, temper_crit_type}) {
+        temper_set set = limits;
+        const auto printed = standard_output([&] { vekml_device_set_temper_info(gpu, &set, type); });
+        EXPECT_NE(printed, "") << type;
+        EXPECT_FALSE(fs::exists(here)) << type;
+        fs::rename(away, here);
+    }
+}
+
+TEST_F(vanishing_gpu_test, readers_survive_it_coming_and_going)
+{
+    add_gpu_with_everything();
+    start();
+    const std::string healthy = outcome(readers.back());
+    std::atomic<bool> done = false;
+    std::thread slot([&] {
+        const fs::path here = host.path(host.card()), away = host.path("/away");
+        while (!done) {
+            fs::rename(here, away);
+            fs::rename(away, here);
+        }
+    });
+    standard_output([&] {
+        for (int i = 0; i < 30; ++i)
+            for (const call &one : readers)
+                outcome(one);
+    });
+    done = true;
+    slot.join();
+    EXPECT_EQ(complaints, "");
+    EXPECT_TRUE(outcome(readers.back()) == healthy);
+}
+
+} // namespace
