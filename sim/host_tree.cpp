@@ -479,7 +479,7 @@ void host_tree::publish_links(const gpu &board)
     std::string name = "card" + std::to_string(c.card);
     std::string base = "/sys/class/drm/" + name;
     for (const char *connector : {"-HDMI-A-1", "-DP-1"}) {
-        link(base + connector, name + "/" + name + connector);
+        link(base + connector, std::string(name).append("/").append(name).append(connector));
     }
     link(base + "/device/drm/" + name, "../../../" + name);
     link(base + "/device/subsystem", "../../../../bus/pci");

@@ -204,6 +204,7 @@ const signal_set &watched_signals()
 int spawn(const std::vector<std::string> &command, pid_t *pid)
 {
     std::vector<char *> argv;
+    argv.reserve(command.size() + 1);
     for (const std::string &word : command) {
         argv.push_back(const_cast<char *>(word.c_str()));
     }

@@ -37,6 +37,7 @@ namespace {
 constexpr char maker_word[] = "VEK";
 constexpr char unknown_text[] = "unknown";
 constexpr std::uint32_t smallest_model_capacity = 8;
+constexpr std::size_t capability_size = 9; // what clients keep for a video capability text
 
 // ---- What every product list must keep to ----
 
@@ -82,8 +83,8 @@ static_assert(std::all_of(std::begin(idModelArray), std::end(idModelArray),
                           [](const auto &row) {
                               const std::string_view model = row.model;
                               return model.starts_with(maker_word) && model.size() <= 12 &&
-                                     std::string_view(row.decoder).size() <= 8 &&
-                                     std::string_view(row.encoder).size() <= 8;
+                                     std::string_view(row.decoder).size() < capability_size &&
+                                     std::string_view(row.encoder).size() < capability_size;
                           }),
               "model names begin with the maker's word and fit their clients' buffers, as do the capability texts");
 static_assert(std::all_of(std::begin(talonProductArr), std::end(talonProductArr),
@@ -215,8 +216,8 @@ vekml_return_t device_id_to_video_decoder_encoder(uint32_t device_id, char *deco
 {
     TRACE("\nenter device_id_to_video_decoder_encoder");
     const auto *row = find_model(device_id);
-    strcpy(decoder, row != nullptr ? row->decoder : unknown_text);
-    strcpy(encoder, row != nullptr ? row->encoder : unknown_text);
+    copy_text(decoder, capability_size, row != nullptr ? row->decoder : unknown_text);
+    copy_text(encoder, capability_size, row != nullptr ? row->encoder : unknown_text);
     TRACE("device id: %x decoder:%s", device_id, decoder);
     TRACE("encoder:%s", encoder);
     TRACE("\nexit device_id_to_video_decoder_encoder");

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <span>
 #include <sys/time.h>
 
 using namespace vekml;
@@ -45,21 +46,24 @@ constexpr char libraries_missing[] =
     "get vpu info failed, there is not libva.so or libva-drm.so, whitch means the vekgpu "
     "driver is not installed correctly!";
 
+/** The first of the files that exists, or null. */
+const char *find_library(const char *step, std::span<const char *const> files)
+{
+    for (const char *file : files) {
+        const int result = access(file, F_OK);
+        TRACE_AS(step, "looking for %s, result:%d\n", file, result);
+        if (result == 0)
+            return file;
+    }
+    return nullptr;
+}
+
 void isLibVaValid()
 {
-    const auto first_present = [step = __func__](const auto &files) -> const char * {
-        for (const char *file : files) {
-            const int result = access(file, F_OK);
-            TRACE_AS(step, "looking for %s, result:%d\n", file, result);
-            if (result == 0)
-                return file;
-        }
-        return nullptr;
-    };
     TRACE("checking if there is libva.so...");
-    libva.file = first_present(libva_files);
+    libva.file = find_library(__func__, libva_files);
     TRACE("checking if there is libva-drm.so...");
-    libva_drm.file = first_present(libva_drm_files);
+    libva_drm.file = find_library(__func__, libva_drm_files);
     TRACE("looked for libva, the aarch is __aarch64__");
     video_libraries_valid = libva.file != nullptr && libva_drm.file != nullptr;
 }

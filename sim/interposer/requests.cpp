@@ -206,7 +206,8 @@ int answer_information(unsigned card, unsigned request, const information_block 
         errno = EFAULT;
         return -1;
     }
-    reply_writer reply(reinterpret_cast<void *>(block.address), reply_limit(request, block));
+    auto *buffer = reinterpret_cast<void *>(block.address); // NOLINT(performance-no-int-to-ptr): so the driver takes it
+    reply_writer reply(buffer, reply_limit(request, block));
     int error = 0;
     char *rest = text;
     while (error == 0 && rest != nullptr) {

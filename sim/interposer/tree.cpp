@@ -34,25 +34,26 @@ struct redirection {
     bool whole; // the path itself only, nothing below it
 };
 
-#define VEKSIM_REDIRECT(prefix, where, whole) \
-    { \
-        prefix, sizeof prefix - 1, where, whole \
-    }
+template <std::size_t Size>
+constexpr redirection redirect(const char (&prefix)[Size], zone where, bool whole)
+{
+    return {prefix, Size - 1, where, whole};
+}
+
 constexpr redirection redirections[] = {
-    VEKSIM_REDIRECT("/sys/class/drm", zone::sysfs, false),
-    VEKSIM_REDIRECT("/tmp/smi.log", zone::plain, true),
-    VEKSIM_REDIRECT("/sys/kernel/debug", zone::sysfs, false),
-    VEKSIM_REDIRECT("/sys/bus/pci", zone::sysfs, false),
-    VEKSIM_REDIRECT("/sys/dev/char", zone::sysfs, false),
-    VEKSIM_REDIRECT("/sys/devices", zone::sysfs, false),
-    VEKSIM_REDIRECT("/dev/dri", zone::dri, false),
-    VEKSIM_REDIRECT("/dev/mem", zone::plain, true),
-    VEKSIM_REDIRECT("/opt/vekgpu/lib/aarch64-linux-gnu", zone::plain, false),
-    VEKSIM_REDIRECT("/usr/lib64/vekgpu", zone::plain, false),
-    VEKSIM_REDIRECT("/usr/lib/aarch64-linux-gnu/vekgpu", zone::plain, false),
-    VEKSIM_REDIRECT("/usr/lib/aarch64-linux-gnu/dri", zone::plain, false),
+    redirect("/sys/class/drm", zone::sysfs, false),
+    redirect("/tmp/smi.log", zone::plain, true),
+    redirect("/sys/kernel/debug", zone::sysfs, false),
+    redirect("/sys/bus/pci", zone::sysfs, false),
+    redirect("/sys/dev/char", zone::sysfs, false),
+    redirect("/sys/devices", zone::sysfs, false),
+    redirect("/dev/dri", zone::dri, false),
+    redirect("/dev/mem", zone::plain, true),
+    redirect("/opt/vekgpu/lib/aarch64-linux-gnu", zone::plain, false),
+    redirect("/usr/lib64/vekgpu", zone::plain, false),
+    redirect("/usr/lib/aarch64-linux-gnu/vekgpu", zone::plain, false),
+    redirect("/usr/lib/aarch64-linux-gnu/dri", zone::plain, false),
 };
-#undef VEKSIM_REDIRECT
 
 // Two roots take turns, so that a reader of the old one never sees it half rewritten.
 struct root {

@@ -4,6 +4,7 @@
 #include "frame.h"
 
 #include <algorithm>
+#include <cmath>
 #include <fmt/format.h>
 #include <iterator>
 #include <type_traits>
@@ -186,7 +187,7 @@ value bus_id(gpu &g)
 
 value chip_type(gpu &g)
 {
-    const value known = g.driverless() ? value{} : fact_text(g, &vekml_device_query_t::asic_type);
+    value known = g.driverless() ? value{} : fact_text(g, &vekml_device_query_t::asic_type);
     std::uint32_t type = VEKML_ASIC_TYPES;
     if (is_present(known) || g.driverless() || vekml_device_get_asic_type(g.handle(), &type) != VEKML_SUCCESS ||
         type >= VEKML_ASIC_TYPES)
@@ -241,7 +242,7 @@ value memory_used_percent(gpu &g)
     if (!memory || memory->fb_used > memory->fb_total)
         return {};
     const double share = static_cast<double>(memory->fb_used) / static_cast<double>(memory->fb_total);
-    return number(static_cast<std::uint64_t>(share * 100 + 0.5));
+    return number(std::llround(share * 100));
 }
 
 value dvfs(gpu &g)

@@ -70,7 +70,7 @@ json codec_objects(gpu &g)
 
 } // namespace
 
-std::string json_document(const field_list &fields, std::vector<gpu *> gpus, const json_extras &extras)
+std::string json_document(const field_list &fields, const std::vector<gpu *> &gpus, const json_extras &extras)
 {
     json document = {{"schema", 1}};
     for (const auto &[key, held] : extras.head)

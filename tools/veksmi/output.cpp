@@ -146,9 +146,11 @@ std::string csv_row(const std::vector<std::string> &cells)
         if (text.find_first_of(",\"") != text.npos) {
             for (std::size_t at = 0; (at = quoted.find('"', at)) != quoted.npos; at += 2)
                 quoted.insert(at, 1, '"');
-            quoted = "\"" + quoted + "\"";
+            quoted.insert(0, 1, '"').append(1, '"');
         }
-        row += (row.empty() && &text == cells.data() ? "" : ",") + quoted;
+        if (&text != cells.data())
+            row += ',';
+        row += quoted;
     }
     return row + "\n";
 }
