@@ -32,7 +32,7 @@ constexpr const char *usage =
     "\n"
     "Runs COMMAND on a simulated host with GPUs and removes the host afterwards.\n"
     "\n"
-    "  --gpus N      number of GPUs, 1 to 16 (default 2)\n"
+    "  --gpus N      number of GPUs, 0 to 16 (default 2)\n"
     "  --no-driver   the kernel driver is not loaded: PCI devices and their firmware only\n"
     "  --still       readings stay as they are; what COMMAND writes is still taken up\n"
     "  --tree DIR    build the host in DIR and keep it; a DIR that holds a host is used as it is\n"
@@ -58,7 +58,7 @@ std::optional<int> gpu_number(const char *text)
 {
     char *end = nullptr;
     long value = std::strtol(text, &end, 10);
-    bool valid = end != text && *end == '\0' && value >= 1 && value <= most_gpus;
+    bool valid = end != text && *end == '\0' && value >= 0 && value <= most_gpus;
     return valid ? std::optional<int>(static_cast<int>(value)) : std::nullopt;
 }
 
@@ -81,7 +81,7 @@ std::optional<int> parse(int argc, char **argv, options &wanted)
         case gpus: {
             auto number = gpu_number(optarg);
             if (!number) {
-                return misuse(std::string("--gpus takes a number from 1 to 16, not \"") + optarg + "\"");
+                return misuse(std::string("--gpus takes a number from 0 to 16, not \"") + optarg + "\"");
             }
             wanted.gpus = *number;
             break;
@@ -249,6 +249,9 @@ int attend(pid_t pid, veksim::driver_model *model, bool still)
         if (due) {
             last = clock::now();
         }
+    }
+    if (model != nullptr) {
+        model->tick(0); // what the command wrote last is answered too: the tree may be kept
     }
     return exit_status(status);
 }

@@ -304,6 +304,7 @@ TEST(veksim_launcher, gives_the_commands_status)
         {{"--gpus", "1", "--still", "--", "sh", "-c", "kill -9 $$"}, 128 + 9},
         {{"--no-driver", "--", "true"}, 0},
         {{"--", "/no/such/command"}, 127},
+        {{"--gpus", "0", "--", "true"}, 0},
         {{"--gpus", "17", "--", "true"}, 1},
         {{"--unknown"}, 1},
         {{}, 1},
