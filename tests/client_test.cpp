@@ -62,7 +62,7 @@ TEST_F(client_test, works_without_a_gpu_and_without_a_driver)
     EXPECT_EQ(document("list --format json")["gpus"].size(), 0U);
     for (const char *command : {"query --format json", "ps --format json", "--format json", "vpu --format json"})
         EXPECT_EQ(document(command, 21)["gpus"].size(), 0U);
-    EXPECT_EQ(veksmi("").err, "veksmi: no GPU found\n");
+    EXPECT_EQ(veksmi("").err, "veksmi: no GPU found; where its driver is not loaded, try --out-of-band as root\n");
     const std::vector<std::string> help = lines(veksmi("--help").out);
     EXPECT_TRUE(help.size() > 10 && help.size() <= 24) << help.size();
     EXPECT_TRUE(std::all_of(help.begin(), help.end(), [](const std::string &line) { return line.size() <= 80; }));
@@ -79,6 +79,19 @@ TEST_F(client_test, lists_the_gpus)
     EXPECT_EQ(veksmi("-i 0000:04:00.0 list --format csv").out,
               "index,card,model,name,bus_id,uuid\n1,1,VEK S280 XT,TALON-S3,0000:04:00.0,\n");
     EXPECT_EQ(document("list --format json -i 1")["gpus"][0]["uuid"], nullptr);
+}
+
+TEST_F(client_test, the_summary_is_a_block_per_gpu)
+{
+    veksim::gpu_state state;
+    state.local_total = 1000;
+    state.local_used = 500;
+    host.add_gpu({}, state);
+    const std::vector<std::string> text = lines(veksmi("").out);
+    ASSERT_GE(text.size(), 4U);
+    EXPECT_EQ(text[1], "  temperature 48     fan 2400   power 21     graphics 1000 MHz   memory 1750 MHz");
+    EXPECT_EQ(text[2], "  memory [#############            ]  50 %  500 of 1000");
+    EXPECT_EQ(text[3].substr(0, 42), "  load   [#########                ]  37 %");
 }
 
 TEST_F(client_test, wrong_usage_is_one_line_and_1)
@@ -261,7 +274,7 @@ TEST_F(client_test, out_of_band_reads_the_firmware)
     EXPECT_EQ(gpu, expected);
     EXPECT_EQ(veksmi("--out-of-band dvfs set 1").status, 1);
     host.set_euid(1000);
-    EXPECT_EQ(document("temp --out-of-band --format json")["gpus"][0]["temperature"], nullptr);
+    EXPECT_EQ(document("temp --out-of-band --format json", 4)["gpus"][0]["temperature"], nullptr);
 }
 
 TEST_F(client_test, video_engines)

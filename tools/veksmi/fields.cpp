@@ -242,7 +242,7 @@ value memory_used_percent(gpu &g)
     if (!memory || memory->fb_used > memory->fb_total)
         return {};
     const double share = static_cast<double>(memory->fb_used) / static_cast<double>(memory->fb_total);
-    return number(std::llround(share * 100));
+    return number(static_cast<std::uint64_t>(std::llround(share * 100)));
 }
 
 value dvfs(gpu &g)

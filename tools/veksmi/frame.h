@@ -31,6 +31,7 @@ struct options {
 };
 
 int exit_status(vekml_return_t result); // the result code where it fits
+int status_of(const gpu_list &gpus);    // the first failure, after telling of each
 const char *meaning(vekml_return_t result);
 
 using command = int (*)(const options &, gpu_list &);
@@ -56,3 +57,11 @@ int show_versions(const options &, gpu_list &);
 void check_setting(const char *family, const options &); // throws usage_error
 int change_setting(const char *family, const options &, gpu_list &);
 std::string settings_help(const char *family); // empty where a family has none
+
+// What a shell may offer for a word of the command line.
+struct candidate {
+    std::string word;
+    std::string description;
+};
+using candidates = std::vector<candidate>;
+candidates next_of_setting(const std::string &family, const std::vector<std::string> &words); // behind "FAMILY set"

@@ -31,10 +31,18 @@ bool holds_number(const char *directory, const char *node)
     return digit != text.npos && text[digit] >= '0' && text[digit] <= '9';
 }
 
+// Out of band the getters tell of no failure, so a window that could not be mapped is one from the start.
+vekml_return_t before_readings(vekml_device_t handle, bool driverless)
+{
+    if (!driverless || handle->bar0_mapped == 1)
+        return VEKML_SUCCESS;
+    return geteuid() == 0 ? VEKML_ERROR_NODE_IO : VEKML_ERROR_NO_PERMISSION;
+}
+
 } // namespace
 
 gpu::gpu(vekml_device_t handle, unsigned index, bool driverless)
-    : handle_(handle), index_(index), driverless_(driverless)
+    : handle_(handle), index_(index), driverless_(driverless), result_(before_readings(handle, driverless))
 {}
 
 void gpu::note(vekml_return_t result)
@@ -47,7 +55,7 @@ void gpu::refresh()
 {
     readings_ = {};
     snapshot_ = false;
-    result_ = VEKML_SUCCESS;
+    result_ = before_readings(handle_, driverless_);
     if (!facts_known_)
         facts_asked_ = false; // a driver that was still starting may have them now
 }
@@ -274,6 +282,11 @@ const std::optional<vekml_process_info_t> &gpu::processes()
         note(result);
         return cache.record;
     }
+    // A node that is there and cannot be read gives an empty list as well.
+    constexpr const char *node = "device/gpu_mem_util_info";
+    const bool node_exists = access((std::string(handle_->card_path) + "/" + node).c_str(), F_OK) == 0;
+    if (list.process_num == 0 && node_exists && !card_answers(node))
+        return cache.record;
     cache.record = list;
     return cache.record;
 }

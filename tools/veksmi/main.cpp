@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // veksmi: shows and sets what the GPUs of this host report.
+#include "completion.h"
 #include "frame.h"
 #include "output.h"
 
@@ -8,7 +9,7 @@
 #include <charconv>
 #include <csignal>
 #include <cstdio>
-#include <map>
+#include <cstring>
 #include <memory>
 #include <optional>
 
@@ -38,6 +39,12 @@ Exit status: 0 done, 1 wrong usage, else the library's result; see veksmi(1).
 )";
 
 constexpr const char *global_options = "-i GPU, --format FORMAT and --out-of-band may follow every command.";
+
+struct format_name {
+    const char *name;
+    format shape;
+};
+constexpr format_name formats[] = {{"table", format::table}, {"csv", format::csv}, {"json", format::json}};
 
 // What there is to run, and what it stands on.
 struct entry {
@@ -137,7 +144,8 @@ int run_on_gpus(const request &asked)
     if (gpus.empty() && wanted.gpu.empty() && !asked.what->without_gpu) {
         if (wanted.shape == format::json)
             print_json({}, gpus);
-        complain("no GPU found");
+        complain(wanted.out_of_band ? "no GPU found"
+                                    : "no GPU found; where its driver is not loaded, try --out-of-band as root");
         return exit_status(VEKML_ERROR_NO_DATA);
     }
     gpus = chosen(wanted, std::move(gpus));
@@ -171,12 +179,11 @@ void add_global_options(CLI::App &app, options &wanted)
     app.add_option("-i,--gpu", wanted.gpu, "index or PCI address of one GPU");
     app.add_flag("--out-of-band", wanted.out_of_band, "without the driver, through the GPU's PCI window");
     const auto take_format = [&wanted](const std::string &name) {
-        static const std::map<std::string, format> formats = {
-            {"table", format::table}, {"csv", format::csv}, {"json", format::json}};
-        const auto found = formats.find(name);
-        if (found == formats.end())
+        const auto found =
+            std::find_if(std::begin(formats), std::end(formats), [&](const format_name &f) { return f.name == name; });
+        if (found == std::end(formats))
             throw usage_error(fmt::format("--format takes table, csv or json, not \"{}\"", printable(name)));
-        wanted.shape = found->second;
+        wanted.shape = found->shape;
     };
     app.add_option_function<std::string>("--format", take_format, "table, csv or json");
 }
@@ -274,12 +281,63 @@ std::optional<int> parse(int argc, char **argv, request &asked)
     return exit_usage;
 }
 
+candidates gpus_of_host()
+{
+    candidates found;
+    const library started(false);
+    for (gpu &g : started.gpus())
+        found.push_back({std::to_string(g.index()), text_of(pick({"bus_id"}).front()->get(g))});
+    return found;
+}
+
+candidates values_of(const CLI::Option &option, const CLI::App &command, const std::vector<std::string> &positionals)
+{
+    candidates found;
+    if (option.check_name("--gpu"))
+        return gpus_of_host();
+    if (option.check_name("--format")) {
+        for (const format_name &f : formats)
+            found.push_back({f.name, "output format"});
+    } else if (option.check_name("--fields")) {
+        for (const field &f : all_fields())
+            found.push_back({f.key, f.help});
+    } else if (option.check_name("SETTING")) {
+        return next_of_setting(command.get_parent()->get_name(), positionals);
+    } else if (option.check_name("COMMAND") && positionals.empty()) {
+        for (const entry &e : commands)
+            found.push_back({e.name, e.description});
+    }
+    return found;
+}
+
+// For the shells: a line per candidate, with its description behind a tab.
+int print_candidates(std::span<const std::string> words)
+{
+    CLI::App app("", "veksmi");
+    request asked;
+    std::string topic;
+    describe(app, asked, topic);
+    open_output(format::csv); // keeps the library's lines out of it
+    for (const auto &[word, description] : complete(app, words, values_of))
+        print("{}\t{}\n", word, description);
+    return exit_done;
+}
+
 } // namespace
 
 int exit_status(vekml_return_t result)
 {
     const int code = static_cast<int>(result);
     return code >= 0 && code <= 254 ? code : 255;
+}
+
+int status_of(const gpu_list &gpus)
+{
+    for (const gpu &g : gpus) {
+        if (g.result() != VEKML_SUCCESS)
+            complain(fmt::format("GPU {}: not everything could be read: {}", g.index(), meaning(g.result())));
+    }
+    return exit_status(first_failure(gpus));
 }
 
 const char *meaning(vekml_return_t result)
@@ -312,9 +370,16 @@ const char *meaning(vekml_return_t result)
 int main(int argc, char **argv)
 {
     std::signal(SIGPIPE, SIG_IGN);
-    request asked;
-    if (const std::optional<int> status = parse(argc, argv, asked))
-        return close_output(*status);
-    open_output(asked.wanted.shape);
-    return close_output(run(asked));
+    try {
+        if (argc > 1 && std::strcmp(argv[1], "--complete") == 0)
+            return close_output(print_candidates(std::vector<std::string>(argv + 2, argv + argc)));
+        request asked;
+        if (const std::optional<int> status = parse(argc, argv, asked))
+            return close_output(*status);
+        open_output(asked.wanted.shape);
+        return close_output(run(asked));
+    } catch (const std::exception &error) { // memory ran out
+        std::fprintf(stderr, "veksmi: %s\n", error.what());
+        return exit_status(VEKML_ERROR_UNKNOWN);
+    }
 }

@@ -64,5 +64,5 @@ int list_processes(const options &wanted, gpu_list &gpus)
         print_csv(gpus);
     else
         print_processes(gpus);
-    return exit_status(first_failure(gpus));
+    return status_of(gpus);
 }

@@ -10,7 +10,7 @@ int show(const options &wanted, gpu_list &gpus, std::initializer_list<std::strin
     for (const field *f : pick(keys))
         fields.push_back(f);
     print_readings(wanted, fields, gpus);
-    return exit_status(first_failure(gpus));
+    return status_of(gpus);
 }
 
 const field_list &query_fields()
@@ -122,7 +122,7 @@ int query(const options &wanted, gpu_list &gpus)
     for (gpu &g : gpus)
         g.take_snapshot();
     print_readings(wanted, fields, gpus);
-    return exit_status(first_failure(gpus));
+    return status_of(gpus);
 }
 
 int help_fields(const options &)

@@ -2,6 +2,7 @@
 // The commands that change something.
 #include "output.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <span>
@@ -133,13 +134,34 @@ void check_setting(const char *family, const options &wanted)
 
 std::string settings_help(const char *family)
 {
+    const auto of_family = [&](const setting &s) { return std::string_view(s.family) == family; };
+    std::size_t width = 0;
+    for (const setting &s : settings)
+        width = of_family(s) ? std::max(width, command_of(s).size() + std::strlen(" VALUE")) : width;
     std::string help;
     for (const setting &s : settings) {
-        if (std::string_view(s.family) == family)
-            help += fmt::format("\n  {} VALUE  {}: {}{}{}", command_of(s), s.description, range_of(s),
+        if (of_family(s))
+            help += fmt::format("\n  {:<{}}  {}: {}{}{}", command_of(s) + " VALUE", width, s.description, range_of(s),
                                 *s.pause == '\0' ? "" : "; blocks for ", s.pause);
     }
     return help;
+}
+
+candidates next_of_setting(const std::string &family, const std::vector<std::string> &words)
+{
+    candidates found;
+    for (const setting &s : settings) {
+        if (s.family != family)
+            continue;
+        const bool named = *s.what != '\0';
+        if (named && words.empty())
+            found.push_back({s.what, fmt::format("{}: {}", s.description, range_of(s))});
+        const bool value_is_next = named ? words.size() == 1 && words.front() == s.what : words.empty();
+        const bool is_switch = s.highest - s.lowest == 1;
+        for (std::int64_t i = s.lowest; value_is_next && is_switch && i <= s.highest; ++i)
+            found.push_back({std::to_string(i), s.description});
+    }
+    return found;
 }
 
 int change_setting(const char *family, const options &wanted, gpu_list &gpus)

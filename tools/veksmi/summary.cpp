@@ -63,5 +63,5 @@ int show_summary(const options &wanted, gpu_list &gpus)
         }
         print_processes(gpus);
     }
-    return exit_status(first_failure(gpus));
+    return status_of(gpus);
 }

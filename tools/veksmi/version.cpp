@@ -40,6 +40,10 @@ int show_versions(const options &wanted, gpu_list &gpus)
         put("name,version\n");
         for (const auto &[name, held] : versions)
             put(csv_row({name, text_of(held)}));
+        for (gpu &g : gpus) {
+            for (const field *f : pick({"driver_kmd", "driver_umd", "driver_ddk"}))
+                put(csv_row({fmt::format("gpu{}_{}", g.index(), f->key), text_of(f->get(g))}));
+        }
         return exit_done;
     }
     for (const auto &[name, held] : versions)

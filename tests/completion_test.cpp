@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the client offers to a shell for the last word of a line.
+#include "sim_host.h"
+
+#include <array>
+#include <sstream>
+
+namespace {
+
+class completion_test : public sim_host {
+protected:
+    // The candidates, without their descriptions.
+    std::string offered(const std::string &line)
+    {
+        std::vector<std::string> command{VEKSMI_PATH, "--complete", ""};
+        for (const char c : line) {
+            if (c == ' ')
+                command.emplace_back();
+            else
+                command.back() += c;
+        }
+        const run_result result = run_on_host(command);
+        EXPECT_EQ(result.status, 0) << line << "\n" << result.err;
+        std::istringstream stream(result.out);
+        std::string all;
+        for (std::string candidate; std::getline(stream, candidate);)
+            all += (all.empty() ? "" : " ") + candidate.substr(0, candidate.find('\t'));
+        return all;
+    }
+};
+
+TEST_F(completion_test, follows_the_line_to_its_last_word)
+{
+    host.add_gpu();
+    host.add_gpu();
+    const std::vector<std::array<std::string, 2>> cases = {
+        {"p", "ps power pcie"},
+        {"list", "list"},
+        {"--he", "--help"},
+        {"--comp", ""},
+        {"--out-of-band q", "query"},
+        {"-i 1 --format csv mon", "monitor"},
+        {"-i fan", ""}, // the value of -i, no command
+        {"-i ", "0 1"},
+        {"--gpu=", "--gpu=0 --gpu=1"},
+        {"list --format ", "table csv json"},
+        {"list --format=c", "--format=csv"},
+        {"list -", "--help -h --gpu -i --out-of-band --format"},
+        {"monitor --c", "--count"},
+        {"monitor -n ", ""},
+        {"monitor -n 2 -", "--help -h --interval -n --count -c --gpu -i --out-of-band --format"},
+        {"query --fields uuid,temperature_h", "uuid,temperature_highest"},
+        {"query --fields=uuid,temperature_h", "--fields=uuid,temperature_highest"},
+        {"fan ", "set"},
+        {"temp set ", "min max crit ctrl"},
+        {"temp set -i 1 cr", "crit"},
+        {"temp set ctrl ", "0 1"},
+        {"temp set ctrl 1 ", ""},
+        {"temp set max ", ""},
+        {"dvfs set ", "0 1"},
+        {"dvfs set 1 ", ""},
+        {"help d", "dvfs"},
+        {"help dvfs ", ""},
+        {"nonsense ", ""},
+        {"nonsense li", ""},
+    };
+    for (const auto &[line, candidates] : cases)
+        EXPECT_EQ(offered(line), candidates) << line;
+}
+
+TEST_F(completion_test, needs_no_gpu_and_leaves_the_log_alone)
+{
+    host.remove("/sys/class/drm");
+    EXPECT_EQ(offered("fan set m"), "mode");
+    EXPECT_FALSE(host.exists("/tmp/smi.log"));
+    EXPECT_EQ(offered("-i "), "");
+}
+
+} // namespace
