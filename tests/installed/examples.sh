@@ -35,7 +35,7 @@ strict="-O2 -Wall -Wextra -pedantic-errors -Werror -D_FORTIFY_SOURCE=2"
 # shellcheck disable=SC2086
 "$cxx" -std=c++17 $strict "$source/fan.cpp" -o "$work/fan" $flags
 {
-    cmake -S "$source" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$prefix" \
+    cmake -G Ninja -S "$source" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$prefix" \
         -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" && cmake --build "$work/cmake"
 } >"$work/out" 2>&1 || fail "the examples as a CMake project"
 
