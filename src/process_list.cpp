@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
-#include <utility>
 
 namespace vekml {
 namespace {
@@ -46,37 +45,6 @@ process_row make_row(std::uint32_t pid, const std::int64_t (&statistics)[VEKML_P
 {
     return {{pid, statistics[local_memory_label - 1], statistics[total_memory_label - 1]}, false};
 }
-
-// ---- long_text_node ----
-
-bool long_text_node::read(const char *path)
-{
-    const unique_fd node(open(path, O_RDONLY | O_CLOEXEC));
-    if (!node)
-        return false;
-    ssize_t part = 1;
-    while (part > 0 && (length_ < capacity_ - 1 || grow())) {
-        part = ::read(node.get(), buffer_ + length_, capacity_ - 1 - length_);
-        length_ += static_cast<std::size_t>(std::max<ssize_t>(part, 0));
-    }
-    buffer_[length_] = '\0';
-    return true;
-}
-
-bool long_text_node::grow()
-{
-    const std::size_t capacity = capacity_ * 4;
-    unique_text larger(capacity <= limit ? static_cast<char *>(malloc(capacity)) : nullptr);
-    if (!larger)
-        return false;
-    std::memcpy(larger.get(), buffer_, length_);
-    grown_ = std::move(larger);
-    buffer_ = grown_.get();
-    capacity_ = capacity;
-    return true;
-}
-
-// ---- process_list ----
 
 process_list::census process_list::drop_ended(std::span<process_row> rows, std::size_t passed_over,
                                               std::size_t limit) const

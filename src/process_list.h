@@ -36,30 +36,6 @@ struct process_slots {
     char (*name)[VEKML_PROCESS_NAME];
 };
 
-/** The text of a node that has no fixed length, up to 1 MiB. */
-class long_text_node {
-public:
-    static constexpr std::size_t limit = std::size_t{1} << 20;
-
-    long_text_node() = default;
-    long_text_node(const long_text_node &) = delete;
-    long_text_node &operator=(const long_text_node &) = delete;
-
-    /** False when the node cannot be opened; one that opens but cannot be read has an empty text. */
-    bool read(const char *path);
-    const char *text() const { return buffer_; }
-    std::size_t length() const { return length_; }
-
-private:
-    bool grow();
-
-    char first_[node_capacity];
-    unique_text grown_;
-    char *buffer_ = first_;
-    std::size_t capacity_ = sizeof first_;
-    std::size_t length_ = 0;
-};
-
 /** Chooses the processes to report among those that the driver lists, telling each step to the log. */
 class process_list {
 public:

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "raii.h"
 #include "vek_smi_utils.h"
 
-#include <concepts>
-#include <cstdlib>
-#include <type_traits>
+#include <cstddef>
 
 namespace vekml {
 
@@ -20,33 +19,28 @@ private:
     char text_[node_capacity] = {};
 };
 
-/** Takes decimal numbers out of a text as fscanf does: the first piece that is no number ends it for good, and what is
- *  too large for the machine's widest integer saturates there. */
-class number_scan {
+/** The text of a node that has no fixed length, up to 1 MiB. */
+class long_text_node {
 public:
-    explicit number_scan(const char *text) : at_(text) {}
+    static constexpr std::size_t limit = std::size_t{1} << 20;
 
-    /** Stays as it was when there is no further number. */
-    template <std::integral Number>
-    number_scan &operator>>(Number &value)
-    {
-        if (at_ == nullptr)
-            return *this;
-        char *end = nullptr;
-        Number number;
-        if constexpr (std::is_signed_v<Number>)
-            number = static_cast<Number>(strtoll(at_, &end, 10));
-        else
-            number = static_cast<Number>(strtoull(at_, &end, 10));
-        if (end != at_)
-            value = number;
-        at_ = end != at_ ? end : nullptr;
-        return *this;
-    }
-    explicit operator bool() const { return at_ != nullptr; }
+    long_text_node() = default;
+    long_text_node(const long_text_node &) = delete;
+    long_text_node &operator=(const long_text_node &) = delete;
+
+    /** False when the node cannot be opened; one that opens but cannot be read has an empty text. */
+    bool read(const char *path);
+    const char *text() const { return buffer_; }
+    std::size_t length() const { return length_; }
 
 private:
-    const char *at_;
+    bool grow();
+
+    char first_[node_capacity];
+    unique_text grown_;
+    char *buffer_ = first_;
+    std::size_t capacity_ = sizeof first_;
+    std::size_t length_ = 0;
 };
 
 } // namespace vekml

@@ -2,8 +2,9 @@
 #include "utilisation.h"
 
 #include "drm_card.h"
+#include "number_scan.h"
 #include "regular_expression.h"
-#include "text_node.h"
+#include "vek_smi_utils.h"
 
 #include <iterator>
 

@@ -387,11 +387,8 @@ vekml_return_t vekml_out_of_band_init(void)
 vekml_return_t vekml_pci_out_of_band_manager(uint32_t gpu_index, struct pci_device *dev)
 {
     TRACE("enter vekml_pci_out_of_band_manager.");
-    if (!is_root()) {
-        puts("Permission denied!");
-        puts("please run this command with root authority");
+    if (!require_root("please run this command with root authority"))
         return VEKML_ERROR_NO_PERMISSION;
-    }
     const unique_fd memory(open("/dev/mem", O_RDWR | O_SYNC | O_CLOEXEC));
     if (!memory) {
         perror("failed to open /dev/mem.");

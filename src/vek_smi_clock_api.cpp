@@ -70,11 +70,8 @@ vekml_return_t vekml_device_get_clock(vekml_device_t handle, clock_info *info)
 
 vekml_return_t vekml_device_set_gfx_clock(vekml_device_t handle, const char *text)
 {
-    if (!is_root()) {
-        puts("Permission denied!");
-        puts("set gfx clock failed");
+    if (!require_root("set gfx clock failed"))
         return VEKML_ERROR_NO_PERMISSION;
-    }
     const std::int32_t hertz = decimal(text);
     TRACE("gfx is %d", hertz);
     if (is_settable_gfx_clock(hertz)) {

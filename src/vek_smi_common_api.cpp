@@ -4,6 +4,7 @@
 #include "debug_log.h"
 #include "debugfs_dump.h"
 #include "memory_sizes.h"
+#include "number_scan.h"
 #include "process_list.h"
 #include "text_node.h"
 #include "utilisation.h"

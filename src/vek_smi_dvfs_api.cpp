@@ -18,11 +18,8 @@ constexpr char enable_dvfs_node[] = "/vek_enable_dvfs";
 vekml_return_t vekml_device_set_dvfs_enable(vekml_device_t handle, const char *text)
 {
     TRACE("\nenter vekml_device_set_dvfs_enable.");
-    if (!is_root()) {
-        puts("Permission denied!");
-        puts("set dvfs enable failed");
+    if (!require_root("set dvfs enable failed"))
         return VEKML_ERROR_NO_PERMISSION;
-    }
     TRACE("dvfs_enable:%s", text);
     const int written = write_to_node(node_path<100>(handle->card_path, enable_dvfs_node), text);
     sleep(1);

@@ -23,6 +23,15 @@ constexpr error_report fatal_errors{"/device/aer_dev_fatal", "TOTAL_ERR_FATAL ",
 constexpr error_report nonfatal_errors{"/device/aer_dev_nonfatal", "TOTAL_ERR_NONFATAL ",
                                        "read aer_dev_nonfatal error"};
 
+/** Hand out what initialisation found of the link; only the handle is checked. */
+vekml_return_t get_link_value(vekml_device_t handle, uint32_t vekml_device_record_t::*field, uint32_t *value)
+{
+    if (handle == nullptr)
+        return VEKML_ERROR_INVALID_ARGUMENT;
+    *value = handle->*field;
+    return VEKML_SUCCESS;
+}
+
 /** Store the first digit of the total, and nothing else: `count` stays without a terminator. */
 vekml_return_t read_error_total(const char *function, const char *card_path, const error_report &report, char *count)
 {
@@ -46,50 +55,32 @@ vekml_return_t read_error_total(const char *function, const char *card_path, con
 
 vekml_return_t vekml_device_get_pcie_speed(vekml_device_t handle, uint32_t *speed)
 {
-    if (handle == nullptr)
-        return VEKML_ERROR_INVALID_ARGUMENT;
-    *speed = handle->curr_link_speed;
-    return VEKML_SUCCESS;
+    return get_link_value(handle, &vekml_device_record_t::curr_link_speed, speed);
 }
 
 vekml_return_t vekml_device_get_curr_pcie_link_width(vekml_device_t handle, uint32_t *width)
 {
-    if (handle == nullptr)
-        return VEKML_ERROR_INVALID_ARGUMENT;
-    *width = handle->curr_link_width;
-    return VEKML_SUCCESS;
+    return get_link_value(handle, &vekml_device_record_t::curr_link_width, width);
 }
 
 vekml_return_t vekml_device_get_pcie_link_max_speed(vekml_device_t handle, uint32_t *speed)
 {
-    if (handle == nullptr)
-        return VEKML_ERROR_INVALID_ARGUMENT;
-    *speed = handle->max_link_speed;
-    return VEKML_SUCCESS;
+    return get_link_value(handle, &vekml_device_record_t::max_link_speed, speed);
 }
 
 vekml_return_t vekml_device_get_max_pcie_link_width(vekml_device_t handle, uint32_t *width)
 {
-    if (handle == nullptr)
-        return VEKML_ERROR_INVALID_ARGUMENT;
-    *width = handle->max_link_width;
-    return VEKML_SUCCESS;
+    return get_link_value(handle, &vekml_device_record_t::max_link_width, width);
 }
 
 vekml_return_t vekml_device_get_curr_pcie_link_generation(vekml_device_t handle, uint32_t *generation)
 {
-    if (handle == nullptr)
-        return VEKML_ERROR_INVALID_ARGUMENT;
-    *generation = handle->curr_link_generation;
-    return VEKML_SUCCESS;
+    return get_link_value(handle, &vekml_device_record_t::curr_link_generation, generation);
 }
 
 vekml_return_t vekml_device_get_max_pcie_link_generation(vekml_device_t handle, uint32_t *generation)
 {
-    if (handle == nullptr)
-        return VEKML_ERROR_INVALID_ARGUMENT;
-    *generation = handle->max_link_generation;
-    return VEKML_SUCCESS;
+    return get_link_value(handle, &vekml_device_record_t::max_link_generation, generation);
 }
 
 vekml_return_t vekml_device_get_pcie_throughput(vekml_device_t device, char *dst)

@@ -74,11 +74,8 @@ vekml_return_t vekml_device_get_power_info(vekml_device_t handle, power_info *in
 
 vekml_return_t vekml_device_set_power_volt(vekml_device_t handle, const char *text)
 {
-    if (!is_root()) {
-        puts("Permission denied!");
-        puts("set power volt failed");
+    if (!require_root("set power volt failed"))
         return VEKML_ERROR_NO_PERMISSION;
-    }
     const node_path<> path(handle->hwmon_path, "/in0_input");
     const int refused = access(path, W_OK);
     if (refused != 0) {
@@ -98,11 +95,8 @@ vekml_return_t vekml_device_set_power_volt(vekml_device_t handle, const char *te
 
 vekml_return_t vekml_device_set_power_warn(vekml_device_t handle, const char *text)
 {
-    if (!is_root()) {
-        puts("Permission denied!");
-        puts("set power cap1 failed");
+    if (!require_root("set power cap1 failed"))
         return VEKML_ERROR_NO_PERMISSION;
-    }
     if (static_cast<std::uint32_t>(decimal(text)) - lowest_cap > highest_cap - lowest_cap)
         return VEKML_SUCCESS;
     if (write_to_node(node_path<>(handle->hwmon_path, "/power1_cap"), text) != 0) {

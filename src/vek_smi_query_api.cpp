@@ -4,6 +4,7 @@
 #include "debug_log.h"
 #include "drm_card.h"
 #include "firmware_block.h"
+#include "number_scan.h"
 #include "process_list.h"
 #include "text_node.h"
 #include "utilisation.h"
@@ -493,8 +494,7 @@ void take_asic_type(const char *step, vekml_device_t device, vekml_device_query_
 {
     uint32_t type = 0;
     vekml_device_get_asic_type(device, &type);
-    std::memset(query->asic_type, 0, sizeof query->asic_type);
-    copy_text(query->asic_type, sizeof query->asic_type, type < VEKML_ASIC_TYPES ? asic_types[type] : "");
+    store_name(query->asic_type, name_at(asic_types, type));
     TRACE_AS(step, "query->asci_type:%s\n", query->asic_type);
 }
 

@@ -114,11 +114,8 @@ vekml_return_t vekml_device_get_temper_info(vekml_device_t handle, temper_info *
 
 vekml_return_t vekml_device_set_temper_info(vekml_device_t handle, temper_set *set, tem_type type)
 {
-    if (!is_root()) {
-        puts("Permission denied!");
-        puts("set temper crit failed");
+    if (!require_root("set temper crit failed"))
         return VEKML_ERROR_NO_PERMISSION;
-    }
     TRACE("temper_set->temp_crit:%s tem_type:%d", set->temp_crit, type);
     switch (type) {
     case crtl_mode_type:

@@ -63,11 +63,8 @@ vekml_return_t read_limit(const char *function, vekml_device_t handle, thermal *
 vekml_return_t vekml_device_set_thermal_info(vekml_device_t handle, thm_set *set, thm_type type)
 {
     TRACE("\n enter vekml_device_set_thermal_info");
-    if (!is_root()) {
-        puts("Permission denied!");
-        puts("set thermal info failed");
+    if (!require_root("set thermal info failed"))
         return VEKML_ERROR_NO_PERMISSION;
-    }
     TRACE("thm_set->temp_slowdown:%s", set->temp_slowdown);
     TRACE("thm_set->temp_shutdown:%s", set->temp_shutdown);
     TRACE("thm_set->enable_thm_slowdown:%s", set->enable_thm_slowdown);

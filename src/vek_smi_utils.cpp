@@ -316,4 +316,13 @@ bool is_root()
     return geteuid() == 0;
 }
 
+bool require_root(const char *consequence)
+{
+    if (is_root())
+        return true;
+    puts("Permission denied!");
+    puts(consequence);
+    return false;
+}
+
 } // namespace vekml

@@ -95,4 +95,7 @@ void get_driver_release_version(char *ver, std::uint32_t size);
 /** Setters and debugfs readers are reserved for the effective user 0. */
 bool is_root();
 
+/** Whether the caller is root; tells anyone else so on standard output, with what that means for the call. */
+bool require_root(const char *consequence);
+
 } // namespace vekml

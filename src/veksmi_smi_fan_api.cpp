@@ -93,11 +93,8 @@ vekml_return_t vekml_device_get_support_fan_info(vekml_device_t handle, uint32_t
 
 vekml_return_t vekml_device_set_fan_ctrl_mode(vekml_device_t handle, const char *text)
 {
-    if (!is_root()) {
-        puts("Permission denied!");
-        puts("set fan1_ctrl_mode failed");
+    if (!require_root("set fan1_ctrl_mode failed"))
         return VEKML_ERROR_NO_PERMISSION;
-    }
     if (unsigned_number(text) > 1)
         return VEKML_SUCCESS;
     if (write_to_node(node_path<>(handle->hwmon_path, "/fan1_ctrl_mode"), text) != 0) {
@@ -109,11 +106,8 @@ vekml_return_t vekml_device_set_fan_ctrl_mode(vekml_device_t handle, const char 
 
 vekml_return_t vekml_device_set_fan_pwm1(vekml_device_t handle, const char *text)
 {
-    if (!is_root()) {
-        puts("Permission denied!");
-        puts("set fan speed failed");
+    if (!require_root("set fan speed failed"))
         return VEKML_ERROR_NO_PERMISSION;
-    }
     if (unsigned_number(text) - lowest_pwm > highest_pwm - lowest_pwm)
         return VEKML_SUCCESS;
     const node_path<> pwm(handle->hwmon_path, "/pwm1");
@@ -134,11 +128,8 @@ vekml_return_t vekml_device_set_fan1_speed(vekml_device_t handle, const char *te
     const node_path<100> target(handle->hwmon_path, "/fan1_target");
     const node_path<100> pwm(handle->hwmon_path, "/pwm1");
     const node_path<100> mode(handle->hwmon_path, "/fan1_ctrl_mode");
-    if (!is_root()) {
-        puts("Permission denied!");
-        puts("set fan1_target failed");
+    if (!require_root("set fan1_target failed"))
         return VEKML_ERROR_NO_PERMISSION;
-    }
     const std::uint32_t percent = unsigned_number(text);
     if (has_pwm_fan(pwm)) {
         puts("set fan speed failed, you can try <veksmi fan set pwm xxxx>");
