@@ -4,9 +4,9 @@
  * @file vekml.h
  * The whole public interface of libvekgpu-ml: finding, reading and setting the maker's GPUs.
  *
- * Plain C, usable from C99 and C++. Every call returns a ::vekml_return_t and delivers through pointers that the
- * caller owns. Argument checks differ from call to call; each call states its own, and a pointer that a call does
- * not claim to check must be valid.
+ * Plain C, usable from C99 and C++. Every call but ::parse_device_model returns a ::vekml_return_t; all deliver through
+ * pointers that the caller owns. Argument checks differ from call to call; each call states its own, and a pointer that
+ * a call does not claim to check must be valid.
  *
  * Typical use:
  * @code
@@ -23,7 +23,8 @@
  *
  * Every step is written to the debug log "/tmp/smi.log"; failures meant for the user are also printed on standard
  * output. The library starts no threads and takes no locks: ::vekml_init, ::vekml_out_of_band_init and
- * ::vekml_shutdown must not run beside any other call, while readers of different GPUs do not disturb each other.
+ * ::vekml_shutdown must not run beside any other call, while readers of different GPUs do not disturb each other; only
+ * ::vekml_device_get_vpu_info, which changes the process environment, wants to be called one at a time.
  */
 
 #ifndef VEKML_H
@@ -52,9 +53,10 @@ typedef enum vekml_return {
     VEKML_SUCCESS = 0,
     /** A handle or an output pointer is null, an index is out of range, or a buffer is too small for a lookup. */
     VEKML_ERROR_INVALID_ARGUMENT = 2,
-    /** The driver reports the value as unavailable. */
+    /** The driver reports the value as unavailable, or the video engines have nothing to tell. */
     VEKML_ERROR_NOT_SUPPORTED = 3,
-    /** The caller's effective user id is not 0, or a device file may not be opened. */
+    /** The caller's effective user id is not 0, a device file or setting may not be opened, or the driver
+     *  refuses the static request. */
     VEKML_ERROR_NO_PERMISSION = 4,
     /** A driver node is absent or unreadable, or an id or model is not in the identity tables. */
     VEKML_ERROR_NOT_FOUND = 6,
@@ -64,9 +66,10 @@ typedef enum vekml_return {
     VEKML_ERROR_LIBRARY_NOT_FOUND = 12,
     /** No GPU matches a PCI bus id. */
     VEKML_ERROR_NO_DATA = 21,
-    /** A driver node exists but reading it failed. */
+    /** Anything else: a node that a call cannot do without, VA-API, memory. */
     VEKML_ERROR_UNKNOWN = 999,
-    /** A driver node could not be read or written, or a mapping could not be released. All bits set. */
+    /** A driver node could not be read or written, a mapping could not be made or released, or a setting is refused:
+     *  unknown type, value out of range, another kind of fan. All bits set. */
     VEKML_ERROR_NODE_IO = -1
 } vekml_return_t;
 
@@ -105,7 +108,7 @@ typedef struct vpu_decoder_item {
 
 /** Everything the video engines of one GPU can do. Over 100 KB: keep it off the stack. */
 typedef struct Vpu_codec_info_st {
-    char vendor[64];                               /**< VA vendor string; "UNKOWN" until a query succeeded */
+    char vendor[64];                               /**< VA vendor string; "UNKOWN" as initialised */
     uint32_t valid;                                /**< 1 once the profiles have been queried */
     vpu_encoder_item encoders[VEKML_VPU_PROFILES]; /**< one per profile value, in value order */
     vpu_decoder_item decoders[VEKML_VPU_PROFILES]; /**< one per profile value, in value order */
@@ -130,7 +133,7 @@ typedef struct vekml_device_record {
     uint32_t table_index;             /**< position in the device table */
     char name[64];                    /**< text of CARD/vek_product_name */
     char dbdf[64];                    /**< PCI address, text of CARD/vek_dbdf, for example "0000:03:00.0" */
-    char uuid[16];                    /**< text of HWMON/vek_chip_id as last read by ::vekml_device_get_uuid */
+    char uuid[16];                    /**< HWMON/vek_chip_id as last read by ::vekml_device_get_uuid, 15 characters */
     uint64_t domain;                  /**< PCI domain */
     uint64_t bus;                     /**< PCI bus */
     uint64_t device;                  /**< PCI device (slot) */
@@ -140,8 +143,8 @@ typedef struct vekml_device_record {
     uint32_t curr_link_width;         /**< present link width, lanes */
     uint32_t max_link_speed;          /**< highest link speed, leading integer of its node, GT/s */
     uint32_t max_link_width;          /**< highest link width, lanes */
-    uint32_t curr_link_generation;    /**< PCIe generation of the present speed: 3, 4, 5, or 0 when not known */
-    uint32_t max_link_generation;     /**< PCIe generation of the highest speed: 3, 4, 5, or 0 when not known */
+    uint32_t curr_link_generation;    /**< PCIe generation of the present speed: 3 for 8, 4 for 16, 5 for 1, else 0 */
+    uint32_t max_link_generation;     /**< PCIe generation of the highest speed, likewise */
     uint64_t device_id;               /**< PCI device id */
     uint64_t vendor_id;               /**< PCI vendor id */
     uint64_t subsystem_device_id;     /**< PCI subsystem device id */
@@ -151,7 +154,7 @@ typedef struct vekml_device_record {
     char vbios_version_text[64];      /**< VBIOS version from the firmware block, "vX.Y.Z\n" in hexadecimal digits */
     char fw_version_text[64];         /**< firmware version from the firmware block, "vX.Y.Z" */
     uint64_t fb_total;                /**< memory size from the firmware block, MiB */
-    char model[64];                   /**< model name, empty when not known */
+    char model[64];                   /**< model name; empty or "unknown" when not known */
     uint32_t model_device_id;         /**< device id looked up from the model; 65535 when not known */
     uint32_t chip_process;            /**< chip process looked up from the model; 12 when not known */
     uint32_t fw_word_0a0;             /**< fan-support flag of the firmware block */
@@ -198,7 +201,8 @@ VEKML_API vekml_return_t vekml_shutdown(void);
 
 /**
  * Start without the kernel driver: find the GPUs on the PCI bus and map each one's BAR0 through "/dev/mem". With
- * the driver module loaded this is ::vekml_init. Mapping needs root.
+ * the driver module loaded this is ::vekml_init. Mapping needs root. Another start without ::vekml_shutdown in between
+ * lists the same GPUs again, behind the first.
  *
  * @return 0 when the driver is loaded and ::vekml_init was run, 1 after an out-of-band start, whatever became of
  *         each GPU.
@@ -428,7 +432,8 @@ VEKML_API vekml_return_t vekml_device_get_product_name(const char *dir, char *na
 VEKML_API vekml_return_t vekml_device_get_uuid(vekml_device_t device, char *uuid);
 
 /**
- * Chip type number from the last word of HWMON/vek_device_model; 2 for an empty text. An index of ::asic_types.
+ * Chip type number from the last word of HWMON/vek_device_model; 2 for an empty text. Compare it with
+ * ::VEKML_ASIC_TYPES before it serves as an index of ::asic_types: the driver's number is not checked.
  *
  * @return 0; -1 when the node is unreadable, nothing is written then.
  */
@@ -495,7 +500,8 @@ VEKML_API vekml_return_t vekml_device_get_chip_process(vekml_device_t device, ui
 
 /**
  * Model name: of the model found at initialisation, else of the PCI device id, else "unknown". At most `size` - 1
- * characters are copied, without a terminator at `size` - 1: hand in a zeroed buffer.
+ * characters are copied, without a terminator at `size` - 1: hand in a zeroed buffer of 8 bytes or more, as nothing is
+ * copied into a smaller one when the PCI device id tells.
  *
  * @return 0; 2 for a null argument.
  */
@@ -517,8 +523,8 @@ typedef struct vekml_driver_version {
 } vekml_driver_version_t;
 
 /**
- * Versions from CARD/version or, where that node does not exist, from the debugfs dump of the first GPU. Read from
- * the dump, `kmd` holds the dump's "UM info" and `umd` its "KM info".
+ * Versions from CARD/version or, where that node does not exist, from the first MiB of the first GPU's debugfs dump.
+ * Read from the dump, `kmd` holds the dump's "UM info" and `umd` its "KM info".
  *
  * @return 0, with "N/A" for what the dump lacks; 4 when the dump is needed and the caller is not root, with "N/A" in
  *         all three; -1 when the dump cannot be opened or read, the record is left alone then.
@@ -545,7 +551,7 @@ typedef struct vekml_pcie_event {
 
 /** CRC error counters of the memory interface, index = memory device 0 to 3. */
 typedef struct vekml_gddr_crc {
-    uint32_t crc_support;            /**< 1 when the counters could be read */
+    uint32_t crc_support;            /**< 1 when their node could be opened */
     uint32_t crc_write_cnt[4];       /**< write errors */
     uint32_t crc_read_cnt[4];        /**< read errors */
     uint32_t crc_write_retry_cnt[4]; /**< write retries */
@@ -564,10 +570,10 @@ VEKML_API vekml_return_t vekml_device_get_pcie_link_max_speed(vekml_device_t han
 /** Highest link width, lanes. @return 0; 2 when `handle` is null. */
 VEKML_API vekml_return_t vekml_device_get_max_pcie_link_width(vekml_device_t handle, uint32_t *width);
 
-/** PCIe generation of the present link speed, 0 when not known. @return 0; 2 when `handle` is null. */
+/** PCIe generation of the present speed: 3 for 8 GT/s, 4 for 16, 5 for 1, else 0. @return 0; 2 without a handle. */
 VEKML_API vekml_return_t vekml_device_get_curr_pcie_link_generation(vekml_device_t handle, uint32_t *generation);
 
-/** PCIe generation of the highest link speed, 0 when not known. @return 0; 2 when `handle` is null. */
+/** PCIe generation of the highest link speed, likewise. @return 0; 2 when `handle` is null. */
 VEKML_API vekml_return_t vekml_device_get_max_pcie_link_generation(vekml_device_t handle, uint32_t *generation);
 
 /**
@@ -684,8 +690,8 @@ VEKML_API extern const char *const process_mem_info[VEKML_PROCESS_STATISTICS];
 VEKML_API vekml_return_t vekml_device_get_util_info(vekml_device_t device, vekml_util_info_t *util);
 
 /**
- * Memory, from CARD/device/gpu_mem_util_info, else from the GPU's debugfs dump. Pointers are not checked. Numbers
- * that a short node lacks keep what the record held.
+ * Memory, from CARD/device/gpu_mem_util_info, else from the first MiB of the GPU's debugfs dump. Pointers are not
+ * checked. Numbers that a short node lacks keep what the record held.
  *
  * @return 0; 4 when debugfs is needed and the caller is not root, with the record zeroed; -1 when the dump cannot
  *         be opened or read, the record is left alone then.
@@ -694,7 +700,7 @@ VEKML_API vekml_return_t vekml_device_get_mem_info(vekml_device_t device, vekml_
 
 /**
  * The processes that hold local memory, from CARD/device/gpu_mem_util_info, else from the driver's request; names
- * from "/proc/PID/status". Pointers are not checked.
+ * from "/proc/PID/status", whose slot stays as it was when that file tells none. Pointers are not checked.
  *
  * @return 0, also when there is none; -1 when the card node or a process's status file cannot be opened, or the
  *         request fails.
@@ -705,43 +711,43 @@ VEKML_API vekml_return_t vekml_device_get_process_info(vekml_device_t device, ve
 
 /**
  * Everything about one GPU. Keep one record per GPU, zeroed at first, and hand it to ::vekml_device_query_two_parts
- * once per refresh. Fields that a path does not write stay as they were.
+ * once per refresh. Fields that a path does not write stay as they were. Texts that ::vekml_device_query takes from
+ * nodes are cut to their fields, and empty when unreadable.
  */
 typedef struct vekml_device_query_record {
     uint32_t display_status; /**< 1 when a monitor is connected (::vekml_device_get_display_status) */
-    uint32_t clock[5];       /**< memory, graphics, ACPU, CMCU, NDF clock, MHz (::vekml_device_get_clock); the third and
-                            fifth are filled on the fallback path only */
-    char name[64];           /**< product name; out of band the board vendor */
-    char vendor[20];         /**< board vendor */
-    char uuid[10];           /**< chip id, hexadecimal digits */
-    char vbios_version[20];  /**< VBIOS version, "vX.Y.Z" or "N/A"; out of band "vX.Y.Z\n" */
-    char serial[10];         /**< HWMON/vek_chip_id (::vekml_device_query only) */
-    uint32_t minor_number;   /**< card number */
-    uint32_t fan_speed;      /**< HWMON/fan1_input */
-    int32_t fan_ctrl_mode;   /**< fan control mode */
-    char primary_id[10];     /**< primary id */
-    char primary_core_id[10];                 /**< HWMON/vek_gpu_primary_core_id */
-    char asic_type[20];                       /**< chip type */
-    uint32_t core;                            /**< number of GPU cores */
-    char pcie_mmbar_type[20];                 /**< HWMON/vek_pcie_mmbar_type */
-    char card_type[20];                       /**< "Display Card" or "Compute Card" */
-    char fw_ver[10];                          /**< firmware version, "vX.Y.Z" or "N/A" */
-    uint32_t gddr_count;                      /**< number of memory devices */
-    uint64_t gddr_speed;                      /**< memory speed */
-    uint32_t gddr_size;                       /**< memory size */
-    uint32_t gddr_width;                      /**< memory bus width, bits */
-    char gddr_type[10];                       /**< "GDDR6" */
+    uint32_t clock[5]; /**< memory, graphics, ACPU, CMCU, NDF clock, MHz; third and fifth on the fallback path only */
+    char name[64];     /**< product name; out of band the board vendor */
+    char vendor[20];   /**< board vendor */
+    char uuid[10];     /**< chip id, hexadecimal digits; ::vekml_device_query: HWMON/vek_chip_id */
+    char vbios_version[20];   /**< "vX.Y.Z" or "N/A"; ::vekml_device_query: HWMON/vek_vbios; out of band "vX.Y.Z\n" */
+    char serial[10];          /**< HWMON/vek_chip_id (::vekml_device_query only) */
+    uint32_t minor_number;    /**< card number */
+    uint32_t fan_speed;       /**< HWMON/fan1_input */
+    int32_t fan_ctrl_mode;    /**< fan control mode */
+    char primary_id[10];      /**< primary id; ::vekml_device_query: HWMON/vek_gpu_primary_id */
+    char primary_core_id[10]; /**< HWMON/vek_gpu_primary_core_id */
+    char asic_type[20];       /**< chip type; empty when not known */
+    uint32_t core;            /**< number of GPU cores */
+    char pcie_mmbar_type[20]; /**< HWMON/vek_pcie_mmbar_type */
+    char card_type[20];       /**< "Display Card" or "Compute Card"; empty for another kind */
+    char fw_ver[10];          /**< "vX.Y.Z" or "N/A"; ::vekml_device_query: HWMON/vek_fw_ver */
+    uint32_t gddr_count;      /**< number of memory devices */
+    uint64_t gddr_speed;      /**< memory speed */
+    uint32_t gddr_size;       /**< memory size */
+    uint32_t gddr_width;      /**< memory bus width, bits */
+    char gddr_type[10];       /**< "GDDR6" */
     uint32_t gddr_package_model;              /**< memory package model code; from the node only */
-    char pcie_err_corr[10];                   /**< first digit of the corrected-error total, or "N/A" */
-    char pcie_err_fatal[10];                  /**< first digit of the fatal-error total, or "N/A" */
-    char pcie_err_nonfatal[10];               /**< first digit of the non-fatal-error total, or "N/A" */
+    char pcie_err_corr[10];                   /**< first digit of the corrected-error total, "N/A" or empty */
+    char pcie_err_fatal[10];                  /**< likewise of the fatal errors */
+    char pcie_err_nonfatal[10];               /**< likewise of the non-fatal errors */
     uint64_t temperature[3];                  /**< control mode, current, highest (::vekml_device_get_temper_info) */
     uint32_t curr_pcie_link_width;            /**< lanes */
     uint32_t max_pcie_link_width;             /**< lanes */
     uint32_t pcie_speed;                      /**< GT/s */
     uint32_t pcie_link_max_speed;             /**< GT/s */
-    uint32_t curr_pcie_link_generation;       /**< 0 when not known */
-    uint32_t max_pcie_link_generation;        /**< 0 when not known */
+    uint32_t curr_pcie_link_generation;       /**< as the device record has it */
+    uint32_t max_pcie_link_generation;        /**< likewise */
     uint32_t pci_ids[4];                      /**< device, vendor, subsystem device, subsystem vendor id */
     uint32_t pcie_event[7];                   /**< event word, then its six flags */
     uint64_t pci_info[4];                     /**< domain, bus, device, and 0; out of band the fourth is the function */
@@ -761,7 +767,7 @@ typedef struct vekml_device_query_record {
     char static_text[32];            /**< driver text (request only) */
     uint64_t gpu_default_freq;       /**< default GPU clock */
     vekml_util_info_t util;          /**< utilisation, percent */
-    uint32_t crc_support;            /**< 1 when the memory CRC counters could be read */
+    uint32_t crc_support;            /**< 1 once the memory CRC counters could be read */
     uint32_t crc_write_cnt[4];       /**< CRC write errors per memory device */
     uint32_t crc_read_cnt[4];        /**< CRC read errors */
     uint32_t crc_write_retry_cnt[4]; /**< CRC write retries */
@@ -782,16 +788,16 @@ VEKML_API vekml_return_t vekml_device_query_static_info(vekml_device_t device, v
  * `util_state` and the processes from the driver's requests. Failures of utilisation and, though they are passed
  * over, of clocks and processes print a line.
  *
- * @return 0; otherwise the failing step of the fallback: utilisation, a request, a process's status file, or the
- *         memory CRC counters.
+ * @return 0; otherwise the failing step of the fallback: utilisation, the card node, a request, a process's status
+ *         file, or the memory CRC counters.
  */
 VEKML_API vekml_return_t vekml_device_query_dynamic_info(vekml_device_t device, vekml_device_query_t *query);
 
 /**
  * Fill static and live fields with every single getter, whatever each returns; `util_state` and the processes from
  * the driver's requests. Does not write `vendor`, `fan_ctrl_mode`, `card_type`, `gddr_width`, `gddr_type`,
- * `gddr_package_model`, `device_id`, `chip_model`, `support_temp_info`, `static_text`, `gpu_default_freq` and
- * `static_valid`.
+ * `gddr_package_model`, `device_id`, `chip_model`, `support_temp_info`, `static_text`, `gpu_default_freq`,
+ * `static_valid` and the third and fifth `clock`.
  *
  * @return 0; otherwise the failure of utilisation, of the card node, of a request, of a process's status file or
  *         of the memory CRC counters, with the record partly filled.
@@ -817,20 +823,20 @@ enum {
     enable_thm_shutdown_type = 3  /**< HWMON/vek_enable_thm_shutdown */
 };
 
-/** New thermal limits as decimal texts; the selected one goes to its node unchanged. */
+/** New thermal limits as terminated decimal texts; the selected one goes to its node unchanged. */
 typedef struct thm_set {
     char temp_slowdown[5];       /**< slowdown temperature */
     char temp_shutdown[5];       /**< shutdown temperature */
-    char enable_thm_slowdown[5]; /**< slowdown protection, "1" on, "0" off */
-    char enable_thm_shutdown[5]; /**< shutdown protection, "1" on, "0" off */
+    char enable_thm_slowdown[5]; /**< switch of the slowdown protection */
+    char enable_thm_shutdown[5]; /**< switch of the shutdown protection */
 } thm_set;
 
 /** Thermal limits as the driver prints them. */
 typedef struct thermal {
     int32_t vek_temp_slowdown;       /**< slowdown temperature */
     int32_t vek_temp_shutdown;       /**< shutdown temperature */
-    int32_t vek_enable_thm_slowdown; /**< slowdown protection */
-    int32_t vek_enable_thm_shutdown; /**< shutdown protection */
+    int32_t vek_enable_thm_slowdown; /**< switch of the slowdown protection */
+    int32_t vek_enable_thm_shutdown; /**< switch of the shutdown protection */
 } thermal;
 
 /** DVFS switch. */
@@ -891,7 +897,7 @@ typedef struct temper_info {
     int32_t gddr_temp;    /**< memory temperature, HWMON/vek_gddr_temp */
 } temper_info;
 
-/** New temperature limits as decimal texts; the selected one goes to its node unchanged. */
+/** New temperature limits as terminated decimal texts; the selected one goes to its node unchanged. */
 typedef struct temper_set {
     char ctrl_mode[5]; /**< control mode */
     char temp_min[5];  /**< lower limit */
@@ -915,11 +921,12 @@ VEKML_API vekml_return_t vekml_device_get_temper(vekml_device_t handle, temper_i
 VEKML_API vekml_return_t vekml_device_get_temper_info(vekml_device_t handle, temper_info *info);
 
 /**
- * Set one limit or the control mode. A limit blocks for 7 s: 1 s after its write and 3 s after each of the two
- * writes that switch the control mode off and on again. Neither the pointers nor the value are checked.
+ * Set one limit or the control mode. A limit blocks for 7 s: 1 s after its write, at which a write that failed ends
+ * the call, and 3 s after each of the two writes that switch the control mode off and on again. Neither the pointers
+ * nor the value are checked.
  *
  * @return 0; 4 without root; -1 when the limit's write fails, the type is unknown or, after a minimum, a switch of
- *         the control mode fails. A control mode always gives 0. Failures print a line.
+ *         the control mode fails. A control mode always gives 0. Failures print a line, but for that of a control mode.
  */
 VEKML_API vekml_return_t vekml_device_set_temper_info(vekml_device_t handle, temper_set *set, tem_type type);
 
@@ -1085,8 +1092,8 @@ VEKML_API vekml_return_t vekml_device_query_by_out_of_band(vekml_device_t handle
 VEKML_API vekml_return_t vekml_get_vpu_functions_valid(uint32_t *valid);
 
 /**
- * Codec capabilities of the GPU's video engines, through VA-API on "/dev/dri/cardN". Asked once per GPU and then
- * answered from the device record. Changes the process environment while it runs and restores it.
+ * Codec capabilities of the GPU's video engines, through VA-API on "/dev/dri/cardN". Once a query has succeeded, the
+ * device record answers. Changes the process environment while it runs and restores it: callers serialise.
  *
  * @return 0; 2 for a null argument; 3 when there is no profile or entrypoint or the profiles cannot be queried; 4
  *         when the card node cannot be opened; 6 when it is missing; 12 when the video libraries are missing or
@@ -1097,7 +1104,8 @@ VEKML_API vekml_return_t vekml_device_get_vpu_info(vekml_device_t handle, Vpu_co
 
 /**
  * Load of the video engines, commands per second: reserved as the driver reports it, executed since the previous
- * successful call (since ::vekml_init for the first), from "/sys/kernel/debug/vpu/xmem".
+ * successful call (since ::vekml_init for the first; an out-of-band start takes no sample, so the first call then only
+ * takes it), from "/sys/kernel/debug/vpu/xmem".
  *
  * @return 0; 12 when the video libraries are missing; 2 for a null argument; the result of the sample that
  *         ::vekml_init took, when that failed; 3 when the file lacks a number, the outputs are left alone then; 4, 6

@@ -40,11 +40,11 @@ unique_fd open_log()
     return log;
 }
 
-/** A log that has grown past the limit is emptied, unless it may not be read: its size then stays unknown. */
-void empty_when_full(int log, std::uint64_t size)
+/** A log that has grown past the limit is emptied, unless it may not be read: its size then stays unknown. False for
+ *  one that can only grow. */
+bool empty_when_full(int log, std::uint64_t size)
 {
-    if (size > size_limit && unique_fd(open(log_path, O_RDONLY | safe_flags)))
-        (void)!ftruncate(log, 0);
+    return size <= size_limit || !unique_fd(open(log_path, O_RDONLY | safe_flags)) || ftruncate(log, 0) == 0;
 }
 
 bool is_ready(int log)
@@ -52,8 +52,7 @@ bool is_ready(int log)
     struct statx state;
     if (statx(log, "", AT_EMPTY_PATH, STATX_TYPE | STATX_SIZE, &state) != 0 || !S_ISREG(state.stx_mode))
         return false;
-    empty_when_full(log, state.stx_size);
-    return true;
+    return empty_when_full(log, state.stx_size);
 }
 
 struct second_text {
@@ -74,7 +73,8 @@ std::string_view local_time(std::time_t now)
     return {cached.text, cached.length};
 }
 
-// Asking the kernel costs a tenth of a message, so the answer is kept until a fork makes another process of this one.
+// Asking the kernel costs a tenth of a message, so the answer is kept until fork() makes another process of this one;
+// a child made behind the C library's back is logged under its parent's number.
 std::atomic<pid_t> known_process = 0;
 const bool forgets_on_fork = pthread_atfork(nullptr, nullptr, [] { known_process = 0; }) == 0;
 

@@ -58,6 +58,11 @@ std::string_view line_at(std::string_view text, std::size_t at)
 const char *cut_to_memory_sizes(char *dump)
 {
     constexpr std::string_view label = "gpu_local";
+    // The matcher goes by the process's locale, where such bytes may be blanks or no characters at all.
+    for (char *at = dump; *at != '\0'; ++at) {
+        if (static_cast<unsigned char>(*at) > 127)
+            *at = '?';
+    }
     const std::string_view text = dump;
     for (std::size_t at = 0; at < text.size();) {
         const std::string_view line = line_at(text, at);

@@ -9,7 +9,7 @@ inline constexpr char memory_sizes_pattern[] =
     "([0-9]*)";
 
 /** Cut a dump down to the lines in which the pattern matches, from the start of the match on; to an empty text when it
- *  matches nowhere. A matcher let loose on the whole dump takes seconds where many lines nearly match. */
+ *  matches nowhere; in plain ASCII. A matcher let loose on the whole dump takes seconds where many lines nearly match. */
 const char *cut_to_memory_sizes(char *dump);
 
 } // namespace vekml

@@ -623,10 +623,15 @@ vekml_return_t vekml_device_get_gddr_crc(vekml_device_t device, vekml_gddr_crc_t
         return VEKML_ERROR_NOT_FOUND;
     }
     crc->crc_support = 1;
-    number_scan counters(node.text());
-    for (uint32_t i = 0; i < memory_devices; ++i)
-        counters >> crc->crc_write_cnt[i] >> crc->crc_read_cnt[i] >> crc->crc_write_retry_cnt[i] >>
-            crc->crc_read_retry_cnt[i];
+    number_scan numbers(node.text());
+    for (uint32_t i = 0; i < memory_devices; ++i) {
+        for (auto *counters :
+             {&crc->crc_write_cnt, &crc->crc_read_cnt, &crc->crc_write_retry_cnt, &crc->crc_read_retry_cnt}) {
+            auto number = static_cast<int32_t>((*counters)[i]); // the driver prints them signed
+            numbers >> number;
+            (*counters)[i] = static_cast<uint32_t>(number);
+        }
+    }
     for (uint32_t i = 0; i < memory_devices; ++i) {
         TRACE("gddr %d", i);
         TRACE("gddr_state->crc_support:%d", crc->crc_support);

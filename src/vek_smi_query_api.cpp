@@ -492,7 +492,7 @@ vekml_return_t vekml_device_query_dynamic_info_helper_v1(vekml_device_t device, 
 
 void take_asic_type(const char *step, vekml_device_t device, vekml_device_query_t *query)
 {
-    uint32_t type = 0;
+    uint32_t type = VEKML_ASIC_TYPES; // no name, should the type not be had
     vekml_device_get_asic_type(device, &type);
     store_name(query->asic_type, name_at(asic_types, type));
     TRACE_AS(step, "query->asci_type:%s\n", query->asic_type);

@@ -116,7 +116,8 @@ vekml_return_t vekml_device_set_temper_info(vekml_device_t handle, temper_set *s
 {
     if (!require_root("set temper crit failed"))
         return VEKML_ERROR_NO_PERMISSION;
-    TRACE("temper_set->temp_crit:%s tem_type:%d", set->temp_crit, type);
+    // Filled in for its own type only; otherwise it may lack its terminator.
+    TRACE("temper_set->temp_crit:%.5s tem_type:%d", set->temp_crit, type);
     switch (type) {
     case crtl_mode_type:
         write_to_node(node_path<>(handle->hwmon_path, mode_node), set->ctrl_mode);

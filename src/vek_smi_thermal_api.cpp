@@ -65,10 +65,11 @@ vekml_return_t vekml_device_set_thermal_info(vekml_device_t handle, thm_set *set
     TRACE("\n enter vekml_device_set_thermal_info");
     if (!require_root("set thermal info failed"))
         return VEKML_ERROR_NO_PERMISSION;
-    TRACE("thm_set->temp_slowdown:%s", set->temp_slowdown);
-    TRACE("thm_set->temp_shutdown:%s", set->temp_shutdown);
-    TRACE("thm_set->enable_thm_slowdown:%s", set->enable_thm_slowdown);
-    TRACE("thm_set->enable_thm_shutdown:%s", set->enable_thm_shutdown);
+    // Callers fill in the text they select; the others may lack their terminator.
+    TRACE("thm_set->temp_slowdown:%.5s", set->temp_slowdown);
+    TRACE("thm_set->temp_shutdown:%.5s", set->temp_shutdown);
+    TRACE("thm_set->enable_thm_slowdown:%.5s", set->enable_thm_slowdown);
+    TRACE("thm_set->enable_thm_shutdown:%.5s", set->enable_thm_shutdown);
     TRACE("thm_type:%d", type);
     const thermal_limit *limit = find_limit(type);
     if (limit == nullptr) {

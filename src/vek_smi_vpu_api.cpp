@@ -97,8 +97,10 @@ public:
     {
         // Copies: what getenv hands out does not outlive a setenv.
         for (variable &each : variables_) {
-            if (const char *old = getenv(each.name))
+            const char *old = getenv(each.name);
+            if (old != nullptr)
                 each.old.reset(strdup(old));
+            restorable_ = restorable_ && (old == nullptr || each.old);
             TRACE_AS(get_vpu_info, "getting vpu info. %s %s\n", each.announced, text_of(each.old));
         }
     }
@@ -107,7 +109,7 @@ public:
         for (const variable &each : variables_) {
             if (each.old)
                 setenv(each.name, each.old.get(), 1);
-            else
+            else if (restorable_)
                 unsetenv(each.name);
             TRACE_AS(get_vpu_info, "get vpu info over, then reset the env %s to %s\n", each.name, text_of(each.old));
         }
@@ -115,17 +117,18 @@ public:
     driver_choice(const driver_choice &) = delete;
     driver_choice &operator=(const driver_choice &) = delete;
 
+    /** False when a variable cannot be set, or could not be given back its old value. */
     bool apply()
     {
-        return std::all_of(variables_.begin(), variables_.end(), [](const variable &each) {
-            TRACE_AS(get_vpu_info, "getting vpu info.. now the env %s is %s, will be set to %s.\n", each.name,
-                     text_of(each.old), each.chosen);
-            const int result = setenv(each.name, each.chosen, 1);
-            if (result != 0)
-                TRACE_AS(get_vpu_info, "get vpu info failed! can't set env %s, result=%d, errMsg:%s.\n", each.name,
-                         result, strerror(errno));
-            return result == 0;
-        });
+        return restorable_ && std::all_of(variables_.begin(), variables_.end(), [](const variable &each) {
+                   TRACE_AS(get_vpu_info, "getting vpu info.. now the env %s is %s, will be set to %s.\n", each.name,
+                            text_of(each.old), each.chosen);
+                   const int result = setenv(each.name, each.chosen, 1);
+                   if (result != 0)
+                       TRACE_AS(get_vpu_info, "get vpu info failed! can't set env %s, result=%d, errMsg:%s.\n",
+                                each.name, result, strerror(errno));
+                   return result == 0;
+               });
     }
 
 private:
@@ -137,6 +140,7 @@ private:
     };
     static const char *text_of(const unique_text &text) { return text ? text.get() : "(null)"; }
 
+    bool restorable_ = true;
     std::array<variable, 2> variables_{{
         {"LIBVA_DRIVER_NAME", "vekgpu", "oldLibvaDriverNameis", nullptr},
         {"LIBVA_DRIVERS_PATH", "/usr/lib/aarch64-linux-gnu/dri", "oldLibvaDriverPath", nullptr},
