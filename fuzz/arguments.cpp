@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "arguments.h"
 
-// Taking arguments apart is nobody else's business in the client, so its main file is compiled into this one.
-#define main client_main
-#include "../tools/veksmi/main.cpp"
-#undef main
+#include "command_line.h"
+#include "library.h"
+#include "output.h"
 
 #include <sstream>
 
@@ -19,16 +18,12 @@ void run_arguments(const std::string &lines)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);
 
-    request asked;
-    if (!parse(static_cast<int>(words.size()), arguments.data(), asked)) {
-        try {
-            check_fields(asked.wanted);
-            if (asked.set_family != nullptr)
-                check_setting(asked.set_family, asked.wanted);
+    try {
+        request asked;
+        if (!parse(static_cast<int>(words.size()), arguments.data(), asked))
             chosen(asked.wanted, {});
-        } catch (const usage_error &error) {
-            complain(error.what());
-        }
+    } catch (const usage_error &error) {
+        complain(error.what());
     }
     flush_output();
 }

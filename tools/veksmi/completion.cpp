@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a shell offers for the word that is being typed, out of the tree of commands.
 #include "completion.h"
 
-#include <set>
+#include "command_line.h"
+#include "library.h"
+#include "output.h"
 
 namespace {
 
@@ -18,28 +19,12 @@ bool is_option(const std::string &word)
     return word.size() > 1 && word.front() == '-';
 }
 
-// A command takes the options of those above it as well.
-const CLI::Option *find_option(CLI::App *command, const std::string &name)
-{
-    for (; command != nullptr; command = command->get_parent()) {
-        if (const CLI::Option *found = command->get_option_no_throw(name))
-            return found;
-    }
-    return nullptr;
-}
-
-CLI::App *find_command(CLI::App &parent, const std::string &name)
-{
-    const auto found = parent.get_subcommands([&](const CLI::App *sub) { return sub->get_name() == name; });
-    return found.empty() ? nullptr : found.front();
-}
-
 void step(place &at, const std::string &word)
 {
     if (at.open != nullptr) {
         at.open = nullptr;
     } else if (is_option(word)) {
-        const CLI::Option *option = find_option(at.command, word);
+        const CLI::Option *option = find_option(*at.command, word);
         if (option != nullptr && option->get_items_expected_min() > 0)
             at.open = option;
     } else if (CLI::App *sub = find_command(*at.command, word); sub != nullptr && at.positionals.empty()) {
@@ -49,40 +34,72 @@ void step(place &at, const std::string &word)
     }
 }
 
-candidates options_of(CLI::App *command)
+candidates all_options(const place &at)
 {
     candidates found;
-    std::set<std::string> known;
-    for (; command != nullptr; command = command->get_parent()) {
-        for (const CLI::Option *option : command->get_options()) {
-            std::vector<std::string> names;
-            for (const std::string &name : option->get_lnames())
-                names.push_back("--" + name);
-            for (const std::string &name : option->get_snames())
-                names.push_back("-" + name);
-            for (const std::string &name : names) {
-                if (known.insert(name).second)
-                    found.push_back({name, option->get_description()});
-            }
-        }
+    for (const CLI::Option *option : options_of(*at.command)) {
+        for (const std::string &name : names_of(*option))
+            found.push_back({name, option->get_description()});
     }
     return found;
 }
 
-candidates arguments_of(const place &at, const value_source &values)
+candidates gpus_of_host()
 {
     candidates found;
-    const auto subs = at.command->get_subcommands([](const CLI::App *) { return true; });
-    const auto positionals = at.command->get_options([](const CLI::Option *o) { return o->get_positional(); });
+    const library started(false);
+    for (gpu &g : started.gpus())
+        found.push_back({std::to_string(g.index()), text_of(field_of("bus_id").get(g))});
+    return found;
+}
+
+candidates values_of(const CLI::Option &option)
+{
+    candidates found;
+    if (option.check_name("--gpu"))
+        return gpus_of_host();
+    if (option.check_name("--format")) {
+        for (const format_name &f : formats)
+            found.push_back({f.name, "output format"});
+    } else if (option.check_name("--fields")) {
+        for (const field &f : all_fields())
+            found.push_back({f.key, f.help});
+    }
+    return found;
+}
+
+std::vector<CLI::App *> subcommands_of(CLI::App &parent)
+{
+    return parent.get_subcommands([](const CLI::App *) { return true; });
+}
+
+candidates words_behind(const place &at)
+{
+    if (at.command->get_name() == "set")
+        return next_of_setting(at.command->get_parent()->get_name(), at.positionals);
+    candidates found;
     if (at.positionals.empty()) {
-        for (const CLI::App *sub : subs)
+        for (const CLI::App *sub : subcommands_of(*at.command))
             found.push_back({sub->get_name(), sub->get_description()});
     }
-    for (const CLI::Option *positional : positionals) {
-        for (candidate &value : values(*positional, *at.command, at.positionals))
-            found.push_back(std::move(value));
-    }
-    return subs.empty() && positionals.empty() ? options_of(at.command) : found;
+    return found;
+}
+
+// What "help" explains are lines of their own, without options.
+candidates topics(const place &help)
+{
+    place at{help.command->get_parent()};
+    for (const std::string &word : help.positionals)
+        step(at, word);
+    return at.command == help.command ? candidates{} : words_behind(at);
+}
+
+candidates arguments(const place &at)
+{
+    if (at.command->get_name() == "help")
+        return topics(at);
+    const bool takes_words = at.command->get_name() == "set" || !subcommands_of(*at.command).empty();
+    return takes_words ? words_behind(at) : all_options(at);
 }
 
 // Only what begins with TYPED; an option's values follow what stands before them in their word.
@@ -94,9 +111,7 @@ candidates matching(candidates all, const std::string &before, const std::string
     return all;
 }
 
-} // namespace
-
-candidates complete(CLI::App &root, std::span<const std::string> words, const value_source &values)
+candidates complete(CLI::App &root, std::span<const std::string> words)
 {
     place at{&root};
     const std::string typed = words.empty() ? "" : words.back();
@@ -104,13 +119,27 @@ candidates complete(CLI::App &root, std::span<const std::string> words, const va
         step(at, word);
     const std::size_t equals = is_option(typed) ? typed.find('=') : std::string::npos;
     if (at.open == nullptr && equals != std::string::npos)
-        at.open = find_option(at.command, typed.substr(0, equals));
+        at.open = find_option(*at.command, typed.substr(0, equals));
     if (at.open != nullptr) {
         // A list goes on behind its last comma.
         const std::size_t start = typed.find_last_of(equals == std::string::npos ? "," : ",=");
         const std::string before = typed.substr(0, start == std::string::npos ? 0 : start + 1);
-        return matching(values(*at.open, *at.command, at.positionals), before, typed);
+        return matching(values_of(*at.open), before, typed);
     }
     const bool wants_option = !typed.empty() && typed.front() == '-';
-    return matching(wants_option ? options_of(at.command) : arguments_of(at, values), "", typed);
+    return matching(wants_option ? all_options(at) : arguments(at), "", typed);
+}
+
+} // namespace
+
+int print_candidates(std::span<const std::string> words)
+{
+    CLI::App app("", "veksmi");
+    request asked;
+    std::vector<std::string> help_topic;
+    describe(app, asked, help_topic);
+    open_output(format::csv); // keeps the library's lines out of it
+    for (const auto &[word, description] : complete(app, words))
+        print("{}\t{}\n", word, description);
+    return exit_done;
 }

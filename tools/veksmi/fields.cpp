@@ -40,7 +40,7 @@ value hexadecimal(gpu &g, std::uint64_t id, const char *node)
     return fmt::format("0x{:04x}", id);
 }
 
-// A sensor: a node that answers, or a word of the firmware block that is not all ones, as a window that went away reads.
+// A sensor: a node that answers, or a word of the firmware block other than all ones, as a window that went away reads.
 value sensor(gpu &g, bool supported, const char *node, std::int64_t present)
 {
     if (!supported)
@@ -393,7 +393,7 @@ constexpr field fields[] = {
      [](gpu &g) { return unvouched(g, "pwm1_max", vekml_device_get_pwm_max); }},
     {"power", "", "average power, driver's unit",
      [](gpu &g) { return sensor(g, g.has_power(), "power1_average", g.power().power_average); }},
-    {"power_total", "", "total board power: a thousand times the driver's unit; out of band the firmware's unit",
+    {"power_total", "", "total board power, 1000 times the driver's number",
      [](gpu &g) { return sensor(g, g.has_power(), "vek_total_power", g.power().total_power); }},
     {"voltage", "", "core voltage, driver's unit",
      [](gpu &g) { return sensor(g, g.has_power(), "in0_input", g.power().voltage); }},
@@ -463,11 +463,16 @@ std::span<const field> all_fields()
     return fields;
 }
 
+const field &field_of(std::string_view key)
+{
+    return *find_field(key);
+}
+
 field_list pick(std::initializer_list<std::string_view> keys)
 {
     field_list list;
     for (const std::string_view key : keys)
-        list.push_back(find_field(key));
+        list.push_back(&field_of(key));
     return list;
 }
 

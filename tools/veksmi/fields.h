@@ -23,6 +23,7 @@ struct field {
 using field_list = std::vector<const field *>;
 
 std::span<const field> all_fields();
+const field &field_of(std::string_view key); // a key that there is
 field_list pick(std::initializer_list<std::string_view> keys);
 // Keys separated by commas. An unknown one is thrown as usage_error.
 field_list parse_fields(std::string_view keys);

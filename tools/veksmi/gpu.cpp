@@ -282,6 +282,7 @@ const std::optional<vekml_process_info_t> &gpu::processes()
         note(result);
         return cache.record;
     }
+    list.process_num = std::min<std::uint64_t>(list.process_num, VEKML_PROCESSES);
     // A node that is there and cannot be read gives an empty list as well.
     constexpr const char *node = "device/gpu_mem_util_info";
     const bool node_exists = access((std::string(handle_->card_path) + "/" + node).c_str(), F_OK) == 0;
@@ -319,11 +320,4 @@ const std::optional<std::array<std::uint32_t, 4>> &gpu::video_load()
         readings_.video_load, [](vekml_device_t handle, std::array<std::uint32_t, 4> *load) {
             return vekml_device_get_vpu_utlz(handle, &(*load)[0], &(*load)[1], &(*load)[2], &(*load)[3]);
         });
-}
-
-vekml_return_t first_failure(const gpu_list &gpus)
-{
-    const auto failed =
-        std::find_if(gpus.begin(), gpus.end(), [](const gpu &g) { return g.result() != VEKML_SUCCESS; });
-    return failed == gpus.end() ? VEKML_SUCCESS : failed->result();
 }

@@ -89,5 +89,3 @@ private:
 };
 
 using gpu_list = std::vector<gpu>;
-
-vekml_return_t first_failure(const gpu_list &gpus);

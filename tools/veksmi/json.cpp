@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "output.h"
+#include "video.h"
 
 #include <nlohmann/json.hpp>
 
@@ -35,35 +36,18 @@ json process_objects(gpu &g)
     return list;
 }
 
-template <std::size_t Size>
-json names(const vpu_cap_item (&items)[Size])
-{
-    json list = json::array();
-    for (const vpu_cap_item &item : items) {
-        if (item.supported == 1)
-            list.push_back(item.name);
-    }
-    return list;
-}
-
 json codec_objects(gpu &g)
 {
-    const Vpu_codec_info_st *codecs = g.codecs();
-    if (codecs == nullptr)
+    if (g.codecs() == nullptr)
         return nullptr;
     json list = json::array();
-    for (std::size_t i = 0; i < VEKML_VPU_PROFILES; ++i) {
-        const vpu_decoder_item &decoder = codecs->decoders[i];
-        const vpu_encoder_item &encoder = codecs->encoders[i];
-        if (decoder.supported != 1 && encoder.supported != 1)
-            continue;
-        json codec = {{"profile", profile_name(decoder)}, {"decoder", nullptr}, {"encoder", nullptr}};
-        if (decoder.supported == 1)
-            codec["decoder"] = {{"image_formats", names(decoder.image_formats)}};
-        if (encoder.supported == 1)
-            codec["encoder"] = {{"image_formats", names(encoder.image_formats)},
-                                {"rate_controls", names(encoder.rate_controls)}};
-        list.push_back(codec);
+    for (const codec &c : codecs_of(g)) {
+        json object = {{"profile", c.profile}, {"decoder", nullptr}, {"encoder", nullptr}};
+        if (c.decoded)
+            object["decoder"] = {{"image_formats", c.decoder_formats}};
+        if (c.encoded)
+            object["encoder"] = {{"image_formats", c.encoder_formats}, {"rate_controls", c.rate_controls}};
+        list.push_back(std::move(object));
     }
     return list;
 }

@@ -48,7 +48,7 @@ field_list monitored()
 {
     field_list fields;
     for (const column &c : columns)
-        fields.push_back(pick({c.key}).front());
+        fields.push_back(&field_of(c.key));
     return fields;
 }
 

@@ -63,4 +63,3 @@ struct json_extras {
 std::string json_document(const field_list &, const std::vector<gpu *> &, const json_extras & = {});
 std::vector<gpu *> all_of(gpu_list &);
 void print_json(const field_list &, gpu_list &, const json_extras & = {});
-std::string profile_name(const vpu_decoder_item &);

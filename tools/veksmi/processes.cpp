@@ -17,7 +17,7 @@ std::vector<process_row> sorted_rows(gpu_list &gpus)
     std::vector<process_row> rows;
     for (gpu &g : gpus) {
         const auto &list = g.processes();
-        for (std::size_t i = 0; list && i < std::min<std::size_t>(list->process_num, VEKML_PROCESSES); ++i)
+        for (std::size_t i = 0; list && i < list->process_num; ++i)
             rows.push_back({g.index(), list->process[i], cell(text_value(list->process_name[i]))});
     }
     std::stable_sort(rows.begin(), rows.end(),

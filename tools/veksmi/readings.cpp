@@ -53,7 +53,7 @@ int list_gpus(const options &wanted, gpu_list &gpus)
         return exit_done;
     }
     if (gpus.empty()) {
-        put("No GPU found.\n");
+        print("No GPU found{}.\n", hint_without_gpu(wanted));
         return exit_done;
     }
     using enum table::align;
@@ -110,22 +110,16 @@ int show_info(const options &wanted, gpu_list &gpus)
                  "display_connected"});
 }
 
-void check_fields(const options &wanted)
-{
-    if (!wanted.fields.empty())
-        parse_fields(wanted.fields);
-}
-
 int query(const options &wanted, gpu_list &gpus)
 {
-    const field_list fields = wanted.fields.empty() ? query_fields() : parse_fields(wanted.fields);
+    const field_list &fields = wanted.fields.empty() ? query_fields() : wanted.fields;
     for (gpu &g : gpus)
         g.take_snapshot();
     print_readings(wanted, fields, gpus);
     return status_of(gpus);
 }
 
-int help_fields(const options &)
+int help_fields()
 {
     using enum table::align;
     table rows({{"FIELD", left}, {"WHAT IT IS", left}});

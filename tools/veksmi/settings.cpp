@@ -3,9 +3,7 @@
 #include "output.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
-#include <span>
 #include <unistd.h>
 
 namespace {
@@ -18,6 +16,7 @@ struct setting {
     std::int64_t lowest, highest, step;
     const char *pause; // how long the library blocks after the write; empty for not at all
     vekml_return_t (*apply)(vekml_device_t, const char *text);
+    const char *values = nullptr; // for what a range does not say
 };
 
 template <std::size_t Size>
@@ -26,21 +25,18 @@ void copy(char (&field)[Size], const char *text)
     std::strncpy(field, text, Size - 1);
 }
 
-template <tem_type Type, auto Member>
-vekml_return_t set_temperature(vekml_device_t handle, const char *text)
+template <typename Record, auto Setter, auto Type, auto Member>
+vekml_return_t set_member(vekml_device_t handle, const char *text)
 {
-    temper_set set{};
-    copy(set.*Member, text);
-    return vekml_device_set_temper_info(handle, &set, Type);
+    Record record{};
+    copy(record.*Member, text);
+    return Setter(handle, &record, Type);
 }
 
+template <tem_type Type, auto Member>
+constexpr auto set_temperature = set_member<temper_set, vekml_device_set_temper_info, Type, Member>;
 template <thm_type Type, auto Member>
-vekml_return_t set_thermal(vekml_device_t handle, const char *text)
-{
-    thm_set set{};
-    copy(set.*Member, text);
-    return vekml_device_set_thermal_info(handle, &set, Type);
-}
+constexpr auto set_thermal = set_member<thm_set, vekml_device_set_thermal_info, Type, Member>;
 
 // The library reports this write as done whatever became of it.
 vekml_return_t set_temperature_mode(vekml_device_t handle, const char *text)
@@ -57,14 +53,14 @@ vekml_return_t set_temperature_mode(vekml_device_t handle, const char *text)
 constexpr setting settings[] = {
     {"fan", "fan", "fan speed", "%", 0, 100, 1, "", vekml_device_set_fan1_speed},
     {"fan", "pwm", "fan PWM value", "", 1950, 5998, 1, "", vekml_device_set_fan_pwm1},
-    {"fan", "mode", "fan control mode", "", 0, 1, 1, "", vekml_device_set_fan_ctrl_mode},
+    {"fan", "mode", "fan control mode", "", 0, 1, 1, "", vekml_device_set_fan_ctrl_mode, "0 firmware, 1 host"},
     {"temp", "min", "lower temperature limit", "", -999, 9999, 1, "7 s",
      set_temperature<temper_min_type, &temper_set::temp_min>},
     {"temp", "max", "upper temperature limit", "", -999, 9999, 1, "7 s",
      set_temperature<temper_max_type, &temper_set::temp_max>},
     {"temp", "crit", "critical temperature limit", "", -999, 9999, 1, "7 s",
      set_temperature<temper_crit_type, &temper_set::temp_crit>},
-    {"temp", "ctrl", "temperature control mode", "", 0, 1, 1, "", set_temperature_mode},
+    {"temp", "ctrl", "temperature control mode", "", 0, 1, 1, "", set_temperature_mode, "0 or 1"},
     {"power", "cap", "power cap", "", 1, 19999, 1, "", vekml_device_set_power_warn},
     {"power", "volt", "core voltage", "", 1, 99999999, 1, "0.5 s", vekml_device_set_power_volt},
     {"clock", "gfx", "graphics clock", "Hz", 50000000, 1500000000, 50000000, "", vekml_device_set_gfx_clock},
@@ -72,22 +68,52 @@ constexpr setting settings[] = {
      set_thermal<temp_slowdown_type, &thm_set::temp_slowdown>},
     {"thermal", "shutdown", "shutdown temperature", "", -999, 9999, 1, "1 s",
      set_thermal<temp_shutdown_type, &thm_set::temp_shutdown>},
-    {"thermal", "enable-slowdown", "slowdown protection switch", "", 0, 1, 1, "1 s",
-     set_thermal<enable_thm_slowdown_type, &thm_set::enable_thm_slowdown>},
-    {"thermal", "enable-shutdown", "shutdown protection switch", "", 0, 1, 1, "1 s",
-     set_thermal<enable_thm_shutdown_type, &thm_set::enable_thm_shutdown>},
-    {"dvfs", "", "DVFS switch", "", 0, 1, 1, "1 s", vekml_device_set_dvfs_enable},
+    {"thermal", "enable-slowdown", "slowdown protection", "", 0, 1, 1, "1 s",
+     set_thermal<enable_thm_slowdown_type, &thm_set::enable_thm_slowdown>, "0 off, 1 on"},
+    {"thermal", "enable-shutdown", "shutdown protection", "", 0, 1, 1, "1 s",
+     set_thermal<enable_thm_shutdown_type, &thm_set::enable_thm_shutdown>, "0 off, 1 on"},
+    {"dvfs", "", "DVFS switch", "", 0, 1, 1, "1 s", vekml_device_set_dvfs_enable, "0 off, 1 on"},
 };
+
+bool is_named(const setting &s)
+{
+    return *s.what != '\0';
+}
 
 std::string command_of(const setting &s)
 {
-    return fmt::format("{} set{}{}", s.family, *s.what == '\0' ? "" : " ", s.what);
+    return fmt::format("{} set{}{}", s.family, is_named(s) ? " " : "", s.what);
 }
 
-std::string range_of(const setting &s)
+std::string values_of(const setting &s)
 {
+    if (s.values != nullptr)
+        return s.values;
     const std::string steps = s.step == 1 ? "" : fmt::format(" in steps of {}", s.step);
     return fmt::format("{} to {}{}{}{}", s.lowest, s.highest, *s.unit == '\0' ? "" : " ", s.unit, steps);
+}
+
+std::vector<const setting *> settings_of(std::string_view family)
+{
+    std::vector<const setting *> list;
+    for (const setting &s : settings) {
+        if (s.family == family)
+            list.push_back(&s);
+    }
+    return list;
+}
+
+const setting &find_setting(const std::string &family, const std::string &what)
+{
+    std::string known;
+    for (const setting *s : settings_of(family)) {
+        if (!is_named(*s) || s->what == what)
+            return *s;
+        known += fmt::format("{}{}", known.empty() ? "" : ", ", s->what);
+    }
+    const std::string instead = what.empty() ? "" : fmt::format(", not \"{}\"", printable(what));
+    throw usage_error(
+        fmt::format("{0} set takes one of {1} and a value{2}; veksmi help {0} set tells more", family, known, instead));
 }
 
 struct change {
@@ -96,31 +122,17 @@ struct change {
 };
 
 // The words behind "FAMILY set".
-const setting &find_setting(std::string_view family, const std::vector<std::string> &words)
+change parse_change(const std::string &family, const std::vector<std::string> &words)
 {
-    std::string known;
-    for (const setting &s : settings) {
-        if (s.family != family)
-            continue;
-        const bool named = *s.what != '\0';
-        if (words.size() == (named ? 2 : 1) && (!named || words.front() == s.what))
-            return s;
-        known += fmt::format("{}{}{}VALUE", known.empty() ? "" : ", ", s.what, named ? " " : "");
+    const setting &s = find_setting(family, words.empty() ? "" : words.front());
+    const std::size_t values = words.size() - (is_named(s) ? 1 : 0);
+    const auto number = values == 1 ? to_number<std::int64_t>(words.back()) : std::nullopt;
+    if (!number || *number < s.lowest || *number > s.highest || *number % s.step != 0) {
+        const std::string given =
+            values == 1 ? fmt::format(", not \"{}\"", printable(words.back())) : fmt::format("; {} were given", values);
+        throw usage_error(fmt::format("{} takes one value ({}){}", command_of(s), values_of(s), given));
     }
-    throw usage_error(fmt::format("{} set takes {}", family, known));
-}
-
-change parse_change(const char *family, const std::vector<std::string> &words)
-{
-    const setting &s = find_setting(family, words);
-    const std::string &text = words.back();
-    std::int64_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    const bool whole = error == std::errc() && end == text.data() + text.size();
-    if (!whole || number < s.lowest || number > s.highest || number % s.step != 0)
-        throw usage_error(
-            fmt::format("{} takes a number from {}, not \"{}\"", command_of(s), range_of(s), printable(text)));
-    return {s, std::to_string(number)};
+    return {s, std::to_string(*number)};
 }
 
 } // namespace
@@ -132,34 +144,38 @@ void check_setting(const char *family, const options &wanted)
     parse_change(family, wanted.setting);
 }
 
-std::string settings_help(const char *family)
+bool has_settings(std::string_view family)
 {
-    const auto of_family = [&](const setting &s) { return std::string_view(s.family) == family; };
+    return !settings_of(family).empty();
+}
+
+std::string settings_help(const std::string &family, const std::string &what)
+{
+    std::vector<const setting *> shown = settings_of(family);
+    if (!what.empty())
+        shown = {&find_setting(family, what)};
     std::size_t width = 0;
-    for (const setting &s : settings)
-        width = of_family(s) ? std::max(width, command_of(s).size() + std::strlen(" VALUE")) : width;
-    std::string help;
-    for (const setting &s : settings) {
-        if (of_family(s))
-            help += fmt::format("\n  {:<{}}  {}: {}{}{}", command_of(s) + " VALUE", width, s.description, range_of(s),
-                                *s.pause == '\0' ? "" : "; blocks for ", s.pause);
-    }
+    for (const setting *s : shown)
+        width = std::max(width, command_of(*s).size());
+    std::string help = fmt::format("veksmi [-i GPU] {} set {}VALUE: changes a value, as root\n", family,
+                                   is_named(*shown.front()) ? "WHAT " : "");
+    for (const setting *s : shown)
+        help += fmt::format("  {:<{}}  {}: {}{}{}\n", command_of(*s), width, s->description, values_of(*s),
+                            *s->pause == '\0' ? "" : "; blocks ", s->pause);
     return help;
 }
 
 candidates next_of_setting(const std::string &family, const std::vector<std::string> &words)
 {
     candidates found;
-    for (const setting &s : settings) {
-        if (s.family != family)
-            continue;
-        const bool named = *s.what != '\0';
-        if (named && words.empty())
-            found.push_back({s.what, fmt::format("{}: {}", s.description, range_of(s))});
-        const bool value_is_next = named ? words.size() == 1 && words.front() == s.what : words.empty();
-        const bool is_switch = s.highest - s.lowest == 1;
-        for (std::int64_t i = s.lowest; value_is_next && is_switch && i <= s.highest; ++i)
-            found.push_back({std::to_string(i), s.description});
+    for (const setting *s : settings_of(family)) {
+        const std::string explained = fmt::format("{}: {}", s->description, values_of(*s));
+        if (is_named(*s) && words.empty())
+            found.push_back({s->what, explained});
+        const bool value_is_next = is_named(*s) ? words.size() == 1 && words.front() == s->what : words.empty();
+        const bool is_switch = s->highest - s->lowest == 1;
+        for (std::int64_t i = s->lowest; value_is_next && is_switch && i <= s->highest; ++i)
+            found.push_back({std::to_string(i), explained});
     }
     return found;
 }
@@ -168,7 +184,7 @@ int change_setting(const char *family, const options &wanted, gpu_list &gpus)
 {
     const auto [s, text] = parse_change(family, wanted.setting);
     if (gpus.size() > 1)
-        throw usage_error("there is more than one GPU: choose the one to set with -i");
+        throw usage_error("there is more than one GPU: choose one with -i; veksmi list shows them");
     gpu &g = gpus.front();
     if (g.driverless())
         throw usage_error("nothing can be set without the driver");

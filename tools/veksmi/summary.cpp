@@ -15,14 +15,14 @@ const field_list &summary_fields()
 
 std::string shown(gpu &g, std::string_view key)
 {
-    const field *f = pick({key}).front();
-    return with_unit(*f, f->get(g));
+    const field &f = field_of(key);
+    return with_unit(f, f.get(g));
 }
 
 std::string bar(gpu &g, std::string_view key)
 {
     constexpr std::uint64_t width = 25;
-    const value v = pick({key}).front()->get(g);
+    const value v = field_of(key).get(g);
     const auto *percent = std::get_if<std::uint64_t>(&v);
     if (percent == nullptr)
         return fmt::format("[{:^{}}]   N/A", "", width);

@@ -32,6 +32,7 @@ int show_versions(const options &wanted, gpu_list &gpus)
 {
     const std::vector<std::pair<std::string, value>> versions = {
         {"client", VEKGPU_ML_VERSION}, {"library", library_version()}, {"package", package_version()}};
+    const field_list driver = pick({"driver_kmd", "driver_umd", "driver_ddk"});
     if (wanted.shape == format::json) {
         print_json(pick({"index", "driver_kmd", "driver_umd", "driver_ddk"}), gpus, {.head = versions});
         return exit_done;
@@ -41,7 +42,7 @@ int show_versions(const options &wanted, gpu_list &gpus)
         for (const auto &[name, held] : versions)
             put(csv_row({name, text_of(held)}));
         for (gpu &g : gpus) {
-            for (const field *f : pick({"driver_kmd", "driver_umd", "driver_ddk"}))
+            for (const field *f : driver)
                 put(csv_row({fmt::format("gpu{}_{}", g.index(), f->key), text_of(f->get(g))}));
         }
         return exit_done;
@@ -50,10 +51,8 @@ int show_versions(const options &wanted, gpu_list &gpus)
         print("{:<9}{}\n", name, cell(held));
     if (gpus.empty())
         print("{:<9}N/A\n", "driver");
-    for (gpu &g : gpus) {
-        const auto driver = pick({"driver_kmd", "driver_umd", "driver_ddk"});
+    for (gpu &g : gpus)
         print("{:<9}GPU {}: kernel mode {}, user mode {}, development kit {}\n", "driver", g.index(),
               cell(driver[0]->get(g)), cell(driver[1]->get(g)), cell(driver[2]->get(g)));
-    }
     return exit_done;
 }

@@ -1,43 +1,38 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "video.h"
+
 #include "output.h"
 
+#include <span>
 #include <unistd.h>
 
 namespace {
 
 constexpr useconds_t measuring_time = 500000;
 
-template <std::size_t Size>
-std::string supported(const vpu_cap_item (&items)[Size])
+std::vector<std::string> supported(std::span<const vpu_cap_item> items)
 {
-    std::string names;
+    std::vector<std::string> names;
     for (const vpu_cap_item &item : items) {
         if (item.supported == 1)
-            names += (names.empty() ? "" : " ") + printable(item.name);
+            names.push_back(printable(item.name));
     }
     return names;
 }
 
-// Profile, what is decoded, what is encoded and how: one row per profile that the GPU knows at all.
-std::vector<std::vector<std::string>> codec_rows(gpu &g)
+std::string profile_name(const vpu_decoder_item &decoder)
 {
-    std::vector<std::vector<std::string>> rows;
-    const Vpu_codec_info_st *codecs = g.codecs();
-    for (std::size_t i = 0; codecs != nullptr && i < VEKML_VPU_PROFILES; ++i) {
-        const vpu_decoder_item &decoder = codecs->decoders[i];
-        const vpu_encoder_item &encoder = codecs->encoders[i];
-        if (decoder.supported != 1 && encoder.supported != 1)
-            continue;
-        std::vector<std::string> row = {profile_name(decoder), "", "", ""};
-        if (decoder.supported == 1)
-            row[1] = supported(decoder.image_formats);
-        if (encoder.supported == 1) {
-            row[2] = supported(encoder.image_formats);
-            row[3] = supported(encoder.rate_controls);
-        }
-        rows.push_back(row);
-    }
-    return rows;
+    const std::string name = printable(decoder.name);
+    return name.substr(0, name.rfind(" decoder"));
+}
+
+// Profile, what is decoded, what is encoded and how.
+std::vector<std::string> codec_row(const codec &c)
+{
+    const auto in_a_cell = [](const std::vector<std::string> &names) {
+        return fmt::format("{}", fmt::join(names, " "));
+    };
+    return {c.profile, in_a_cell(c.decoder_formats), in_a_cell(c.encoder_formats), in_a_cell(c.rate_controls)};
 }
 
 const field_list &load_fields()
@@ -49,20 +44,19 @@ const field_list &load_fields()
 
 void print_gpu(gpu &g)
 {
-    const auto heading = pick({"model", "bus_id"});
-    put(paint(colour::bold,
-              fmt::format("GPU {}  {}  {}", g.index(), cell(heading[0]->get(g)), cell(heading[1]->get(g)))));
-    put("\n");
+    const std::string model = cell(field_of("model").get(g)), bus_id = cell(field_of("bus_id").get(g));
+    print("{}\n", paint(colour::bold, fmt::format("GPU {}  {}  {}", g.index(), model, bus_id)));
     for (const field *f : load_fields())
         print("  {:<24}{}\n", label(*f), with_unit(*f, f->get(g)));
     if (g.codecs() == nullptr) {
-        print("  {:<24}N/A ({})\n", "codecs", meaning(g.result()));
+        print("  {:<24}N/A\n", "codecs");
         return;
     }
     print("  {:<24}{}\n", "video driver", cell(text_value(g.codecs()->vendor)));
     using enum table::align;
     table rows({{"  PROFILE", left}, {"DECODES", left}, {"ENCODES", left}, {"RATE CONTROL", left}});
-    for (auto row : codec_rows(g)) {
+    for (const codec &c : codecs_of(g)) {
+        std::vector<std::string> row = codec_row(c);
         for (std::string &text : row)
             text = text.empty() ? "-" : text;
         row[0] = "  " + row[0];
@@ -75,7 +69,8 @@ void print_csv(gpu_list &gpus)
 {
     put("index,profile,decoder_image_formats,encoder_image_formats,encoder_rate_controls\n");
     for (gpu &g : gpus) {
-        for (auto row : codec_rows(g)) {
+        for (const codec &c : codecs_of(g)) {
+            std::vector<std::string> row = codec_row(c);
             row.insert(row.begin(), std::to_string(g.index()));
             put(csv_row(row));
         }
@@ -84,11 +79,24 @@ void print_csv(gpu_list &gpus)
 
 } // namespace
 
-std::string profile_name(const vpu_decoder_item &decoder)
+std::vector<codec> codecs_of(gpu &g)
 {
-    const std::string name = printable(decoder.name);
-    const std::size_t end = name.rfind(" decoder");
-    return name.substr(0, end);
+    std::vector<codec> found;
+    const Vpu_codec_info_st *codecs = g.codecs();
+    for (std::size_t i = 0; codecs != nullptr && i < VEKML_VPU_PROFILES; ++i) {
+        const vpu_decoder_item &decoder = codecs->decoders[i];
+        const vpu_encoder_item &encoder = codecs->encoders[i];
+        codec c = {profile_name(decoder), decoder.supported == 1, encoder.supported == 1, {}, {}, {}};
+        if (c.decoded)
+            c.decoder_formats = supported(decoder.image_formats);
+        if (c.encoded) {
+            c.encoder_formats = supported(encoder.image_formats);
+            c.rate_controls = supported(encoder.rate_controls);
+        }
+        if (c.decoded || c.encoded)
+            found.push_back(std::move(c));
+    }
+    return found;
 }
 
 int show_video(const options &wanted, gpu_list &gpus)
@@ -107,5 +115,5 @@ int show_video(const options &wanted, gpu_list &gpus)
             print_gpu(g);
         }
     }
-    return exit_status(first_failure(gpus));
+    return status_of(gpus);
 }
