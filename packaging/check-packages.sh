@@ -1,30 +1,22 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
-# usage: check-packages.sh DIR
-# Installs this machine's packages out of DIR in a new Debian root, tries them there as their users would, and removes them.
-# Needs root and debootstrap; the new root lies in DIR/root while this runs.
+# usage: check-packages.sh DIR ARCHITECTURE
+# Installs the packages of ARCHITECTURE out of DIR in a new Debian root, tries them there as their users would, and
+# removes them. Where this machine does not run ARCHITECTURE, the root's programs are emulated.
+# Needs root and debootstrap, and qemu-user-static to emulate; the new root lies in DIR/root while this runs.
 set -eu
 
-if [ "${2:-}" != unshared ]; then
+if [ "${3:-}" != unshared ]; then
     # In a mount namespace of its own nothing stays mounted, whatever happens.
-    exec unshare --mount sh "$0" "$1" unshared
+    exec unshare --mount sh "$0" "$1" "$2" unshared
 fi
 
 packages=$(cd "$1" && pwd)
+architecture=$2
 root=$packages/root
-architecture=$(dpkg --print-architecture)
-codename=$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)
-# shellcheck disable=SC2016
-mirror=$(apt-get indextargets --format '$(REPO_URI)' "Codename: $codename" 'Created-By: Packages' | head -n 1)
+binfmt=/proc/sys/fs/binfmt_misc
+registered=
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
-
-inside() {
-    chroot "$root" "$@"
-}
-
-install() {
-    inside sh -euc 'cd /packages && apt-get install -y '"$*"
-}
 
 step() {
     echo "== $*"
@@ -35,40 +27,104 @@ fail() {
     exit 1
 }
 
-ours() {
-    inside find / -xdev \( -path /proc -o -path /packages \) -prune -o -iname '*vek*' -print
+skip() {
+    echo "SKIPPED: trying the packages for $architecture: $*"
+    exit 0
 }
 
-rm -rf "$root"
-trap 'umount "$root/proc" 2>/dev/null || true; rm -rf "$root"' EXIT
-step "a bare root"
-debootstrap --variant=minbase "$codename" "$root" "$mirror"
-mount -t proc proc "$root/proc"
-mkdir "$root/packages"
-cp "$packages"/*_"$architecture".deb "$root/packages"
-rm -f "$root"/packages/*-dbgsym_*
+clean_up() {
+    [ -z "$registered" ] || echo -1 >"$registered" || true
+    umount "$root/proc" 2>/dev/null || true
+    rm -rf --one-file-system "$root"
+}
 
-step "veksmi and veksim alone"
-install --no-install-recommends './libvekgpu-ml1_*.deb ./veksmi_*.deb ./veksim_*.deb'
-[ "$(inside veksim -- veksmi list | grep -c TALON-)" = 2 ] || fail "veksim -- veksmi list does not show two GPUs"
-inside veksmi list || fail "veksmi list without any GPU"
+inside() {
+    chroot "$root" "$@"
+}
 
-step "clients of the development package"
-install './libvekgpu-ml-dev_*.deb' g++ pkgconf python3 libva2 libva-drm2
-# shellcheck disable=SC2016
-inside sh -eu -c '
-    cd /usr/share/doc/libvekgpu-ml-dev/examples
-    flags=$(pkg-config --cflags --libs vekgpu-ml)
-    cc -std=c99 -O2 -D_FORTIFY_SOURCE=2 refresh.c -o /packages/refresh $flags
-    c++ -std=c++17 -O2 -D_FORTIFY_SOURCE=2 fan.cpp -o /packages/fan $flags
-    veksim -- /packages/refresh 2
-    veksim -- /packages/fan 0 60
-    veksim -- python3 codecs.py | tee /packages/codecs
-    grep "hevc main encoder" /packages/codecs
-' || fail "the examples"
+install() {
+    inside sh -euc 'cd /packages && apt-get install -y '"$*"
+}
 
-step "removal"
-inside apt-get purge -y 'libvekgpu-ml*' veksmi veksim
-left=$(ours)
-[ -z "$left" ] || fail "left behind: $left"
+# Lets this machine run the root's programs, for as long as this runs unless it could do so before.
+emulate() {
+    emulator=qemu-$(dpkg-architecture -A "$architecture" -q DEB_TARGET_GNU_CPU)
+    [ -e $binfmt/register ] || mount -t binfmt_misc binfmt_misc $binfmt || skip "binfmt_misc cannot be mounted here"
+    if [ ! -e "$binfmt/$emulator" ]; then
+        cat "/usr/lib/binfmt.d/$emulator.conf" >$binfmt/register || skip "binfmt_misc takes no registration here"
+        registered=$binfmt/$emulator
+    fi
+    # Without F the emulator would be looked up in the root, where it is not.
+    grep -q '^flags:.*F' "$binfmt/$emulator" || skip "$emulator is registered in binfmt_misc, but without its flag F"
+    ! grep -Lx enabled $binfmt/status "$binfmt/$emulator" | grep -q . || skip "$emulator is disabled in binfmt_misc"
+}
+
+make_root() {
+    codename=$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)
+    # shellcheck disable=SC2016
+    mirror=$(apt-get indextargets --format '$(REPO_URI)' "Codename: $codename" 'Created-By: Packages' | head -n 1)
+    debootstrap --arch="$architecture" --variant=minbase "$codename" "$root" "$mirror"
+    mount -t proc proc "$root/proc"
+    mkdir "$root/packages"
+    cp "$packages"/*_"$architecture".deb "$root/packages"
+    rm -f "$root"/packages/*-dbgsym_*
+}
+
+# Every file but those in which apt and the linker keep their own accounts.
+files() {
+    inside find / -xdev \( -path /proc -o -path /packages -o -path /tmp -o -path /var/cache \
+        -o -path /var/log -o -path /var/lib/apt \) -prune -o -print | sort
+}
+
+removal() {
+    step "removal"
+    inside apt-get remove -y --auto-remove 'libvekgpu-ml*' veksmi veksim
+    inside apt-get purge -y '?config-files'
+    files | comm -13 "$root/packages/files" - >"$root/packages/left"
+    [ ! -s "$root/packages/left" ] || fail "left behind: $(cat "$root/packages/left")"
+    ! inside grep -rlE 'vekgpu|veksmi|veksim' /etc /var/lib/dpkg/status || fail "still named in the files above"
+}
+
+try_tools() {
+    step "veksmi and veksim alone"
+    files >"$root/packages/files"
+    install --no-install-recommends './libvekgpu-ml1_*.deb ./veksmi_*.deb ./veksim_*.deb'
+    inside veksmi version || fail "veksmi version"
+    inside veksmi list || fail "veksmi list without any GPU"
+    [ "$(inside veksim --gpus 2 -- veksmi list | grep -c TALON-)" = 2 ] || fail "veksmi list does not show two GPUs"
+    for file in man/man1/veksmi.1.gz man/man1/veksim.1.gz bash-completion/completions/veksmi \
+        zsh/vendor-completions/_veksmi fish/vendor_completions.d/veksmi.fish; do
+        [ -s "$root/usr/share/$file" ] || fail "/usr/share/$file is missing"
+    done
+    removal
+}
+
+try_development() {
+    step "clients of the development package"
+    install --no-install-recommends g++ libc6-dev pkgconf python3 libva2 libva-drm2
+    files >"$root/packages/files"
+    install './libvekgpu-ml-dev_*.deb ./libvekgpu-ml1_*.deb ./veksim_*.deb'
+    # shellcheck disable=SC2016
+    inside sh -eu -c '
+        cd /usr/share/doc/libvekgpu-ml-dev/examples
+        flags=$(pkg-config --cflags --libs vekgpu-ml)
+        cc -std=c99 -O2 -D_FORTIFY_SOURCE=2 refresh.c -o /packages/refresh $flags
+        c++ -std=c++17 -O2 -D_FORTIFY_SOURCE=2 fan.cpp -o /packages/fan $flags
+        veksim -- /packages/refresh 2
+        veksim -- /packages/fan 0 60
+        veksim -- python3 codecs.py | tee /packages/codecs
+        grep "hevc main encoder" /packages/codecs
+    ' || fail "the examples"
+    [ -s "$root/usr/share/man/man3/libvekgpu-ml.3.gz" ] || fail "libvekgpu-ml(3) is missing"
+    removal
+}
+
+rm -rf --one-file-system "$root"
+trap clean_up EXIT
+trap 'exit 1' HUP INT TERM
+[ "$architecture" = "$(dpkg --print-architecture)" ] || emulate
+step "a bare root for $architecture"
+make_root
+try_tools
+try_development
 step "the packages install, run and leave nothing behind"

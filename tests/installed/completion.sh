@@ -9,16 +9,18 @@ prefix=$work/prefix
 cmake --install "$1" --prefix "$prefix" >/dev/null
 files=$prefix/share
 export PATH="$prefix/bin:$PATH" HOME="$work" XDG_DATA_HOME="$work" XDG_CONFIG_HOME="$work"
+export XDG_DATA_DIRS="$files:/usr/local/share:/usr/share"
 
 # As the shells call it: the line so far in $line; in bash what readline would replace, from the last break on, in $cut.
 # shellcheck disable=SC2016
 in_bash='. "$file"; COMP_LINE="$line xyz" COMP_POINT=${#line}
     "$(complete -p veksmi | sed "s/.*-F \([^ ]*\).*/\1/")" veksmi "$cut" ""; printf "%s\n" "${COMPREPLY[@]}"'
 # shellcheck disable=SC2016
-in_zsh='_describe() { for c in "${(@P)argv[-1]}"; do print -r -- "${c%%:*}"; done }
-    words=("${(@s: :)line}") CURRENT=$#words PREFIX=$words[-1]; . "$file"'
+in_zsh='fpath+=(${file:h}); autoload -Uz compinit && compinit -D -u
+    _describe() { for c in "${(@P)argv[-1]}"; do print -r -- "${c%%:*}"; done }
+    words=("${(@s: :)line}") CURRENT=$#words PREFIX=$words[-1]; $_comps[veksmi]'
 # shellcheck disable=SC2016
-in_fish='source $file; complete -C $line | string replace -r "\t.*" ""'
+in_fish='complete -C $line | string replace -r "\t.*" ""'
 
 # completes SHELL FILE CODE LINE CANDIDATES [BASH_CANDIDATES]
 completes() {
@@ -38,6 +40,7 @@ try() {
     completes "$@" "veksmi v" "vpu version"
     completes "$@" "veksmi -i " "0 1"
     completes "$@" "veksmi -i 0000:03:00.0 fan set " "fan pwm mode"
+    completes "$@" "veksmi monitor --fo" "--format"
     completes "$@" "veksmi monitor --format=j" "--format=json" "json"
     completes "$@" "veksmi query --fields power,temperature_h" "power,temperature_highest"
     completes "$@" "veksmi nonsense " ""
