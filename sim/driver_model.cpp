@@ -9,6 +9,7 @@ namespace veksim {
 namespace {
 
 constexpr std::int64_t mebibyte = 1 << 20;
+constexpr std::int64_t host_share = 24 * mebibyte; // of each process, in system memory
 constexpr double ambient = 32;
 
 // The share of the way to a goal that is covered in SECONDS.
@@ -37,7 +38,7 @@ std::vector<process_entry> first_processes(int position, std::uint64_t local_tot
     std::uint32_t pid = 3101 + static_cast<std::uint32_t>(position) * 100;
     for (const auto &program : programs) {
         auto local = static_cast<std::int64_t>(local_total) / 1000 * program.share;
-        processes.push_back({pid, program.name, local, local + 24 * mebibyte});
+        processes.push_back({pid, program.name, local, local + host_share});
         pid += 17;
     }
     return processes;
@@ -69,7 +70,7 @@ void driver_model::tick(double seconds)
 {
     for (int i = 0; i < tree_.gpu_count(); ++i) {
         motion &m = motions_[static_cast<std::size_t>(i)];
-        bool asked = !tree_.is_bare(i) && take_requests(i, m);
+        bool asked = !tree_.is_bare(i) && take_writes(i, m);
         if (seconds > 0) {
             move(i, m, seconds);
         } else if (asked) {
@@ -79,22 +80,19 @@ void driver_model::tick(double seconds)
             tree_.set_state(i, state);
         }
     }
-    if (seconds > 0) {
+    if (seconds > 0)
         move_video(seconds);
-    }
 }
 
 // The two readings that are also written: the graphics clock, in Hz, and the voltage.
-bool driver_model::take_requests(int position, motion &m)
+bool driver_model::take_writes(int position, motion &m)
 {
     auto clock = tree_.take_written(tree_.hwmon(position, "vek_gfx_freq_mhz"));
-    if (clock) {
+    if (clock)
         m.requested_clock_mhz = static_cast<int>(std::strtoll(clock->c_str(), nullptr, 10) / 1000000);
-    }
     auto voltage = tree_.take_written(tree_.hwmon(position, "in0_input"));
-    if (voltage) {
+    if (voltage)
         m.voltage_mv = std::clamp(std::atoi(voltage->c_str()), 500, 1200);
-    }
     return clock || voltage;
 }
 
@@ -103,7 +101,7 @@ void driver_model::move(int position, motion &m, double seconds)
     move_load(m, seconds);
     gpu_state state = tree_.state(position);
     double clock_share = clock_for(position, m) / 1000.0;
-    double cap = static_cast<double>(number(tree_.hwmon(position, "power1_cap"), 150));
+    double cap = static_cast<double>(setting(tree_.hwmon(position, "power1_cap"), 150));
     double power_goal = std::min(8 + 34 * m.load * clock_share, cap);
     m.power_w += (power_goal - m.power_w) * covered(seconds, 0.8);
     double cooling = 0.6 + m.fan_rpm / 4000;
@@ -127,28 +125,25 @@ int driver_model::clock_for(int position, const motion &m) const
 {
     const double top = static_cast<double>(tree_.config(position).default_clock_hz) / 1e6;
     double clock = m.requested_clock_mhz > 0 ? m.requested_clock_mhz : top;
-    if (m.requested_clock_mhz == 0 && number(tree_.card(position, "vek_enable_dvfs"), 1) != 0) {
+    if (m.requested_clock_mhz == 0 && setting(tree_.card(position, "vek_enable_dvfs"), 1) != 0)
         clock = top * (0.55 + 0.45 * m.load);
-    }
-    bool protects = number(tree_.hwmon(position, "vek_enable_thm_slowdown"), 1) != 0;
-    if (protects && m.temperature >= static_cast<double>(number(tree_.hwmon(position, "vek_slowdown_temp"), 95))) {
+    bool protects = setting(tree_.hwmon(position, "vek_enable_thm_slowdown"), 1) != 0;
+    if (protects && m.temperature >= static_cast<double>(setting(tree_.hwmon(position, "vek_slowdown_temp"), 95)))
         clock /= 2;
-    }
     return rounded(clock);
 }
 
 // In mode 0 the firmware follows the temperature; otherwise the host's wish counts.
 double driver_model::fan_goal(int position, const motion &m) const
 {
-    constexpr double slowest = 900;
-    constexpr double fastest = 4800;
     double share = std::clamp((m.temperature - 35) / 50, 0.1, 1.0);
-    if (!tree_.is_bare(position) && number(tree_.hwmon(position, "fan1_ctrl_mode"), 0) != 0) {
+    if (!tree_.is_bare(position) && setting(tree_.hwmon(position, "fan1_ctrl_mode"), 0) != 0) {
         bool pwm = tree_.config(position).fan == fan_kind::pwm;
-        share = pwm ? static_cast<double>(number(tree_.hwmon(position, "pwm1"), 3200) - 1950) / (5998 - 1950)
-                    : static_cast<double>(number(tree_.hwmon(position, "fan1_target"), 50)) / 100;
+        share = pwm ? static_cast<double>(setting(tree_.hwmon(position, "pwm1"), 3200) - slowest_pwm) /
+                          (fastest_pwm - slowest_pwm)
+                    : static_cast<double>(setting(tree_.hwmon(position, "fan1_target"), 50)) / 100;
     }
-    return slowest + std::clamp(share, 0.0, 1.0) * (fastest - slowest);
+    return slowest_fan_rpm + std::clamp(share, 0.0, 1.0) * (fastest_fan_rpm - slowest_fan_rpm);
 }
 
 void driver_model::fill_readings(int position, const motion &m, gpu_state &state) const
@@ -176,7 +171,7 @@ void driver_model::move_processes(const motion &m, gpu_state &state) const
     std::uint64_t used = 192 * mebibyte;
     for (std::size_t i = 0; i < state.processes.size(); ++i) {
         process_entry &process = state.processes[i];
-        std::int64_t steady = process.total_bytes - 24 * mebibyte;
+        std::int64_t steady = process.total_bytes - host_share;
         double swing = 1 + 0.2 * std::sin(m.elapsed / (5 + static_cast<double>(i)) + m.phase);
         process.local_bytes = static_cast<std::int64_t>(static_cast<double>(steady) * 0.8 * swing) / 4096 * 4096;
         used += static_cast<std::uint64_t>(process.local_bytes);
@@ -202,7 +197,7 @@ void driver_model::move_video(double seconds)
     tree_.set_video_state(video);
 }
 
-std::int64_t driver_model::number(const std::string &real, std::int64_t otherwise) const
+std::int64_t driver_model::setting(const std::string &real, std::int64_t otherwise) const
 {
     std::string text = tree_.read(real);
     char *end = nullptr;

@@ -31,7 +31,7 @@ private:
         int voltage_mv = 850;
     };
 
-    bool take_requests(int position, motion &m);
+    bool take_writes(int position, motion &m);
     void move(int position, motion &m, double seconds);
     void move_load(motion &m, double seconds);
     int clock_for(int position, const motion &m) const;
@@ -39,7 +39,7 @@ private:
     void fill_readings(int position, const motion &m, gpu_state &state) const;
     void move_processes(const motion &m, gpu_state &state) const;
     void move_video(double seconds);
-    std::int64_t number(const std::string &real, std::int64_t otherwise) const;
+    std::int64_t setting(const std::string &real, std::int64_t otherwise) const;
 
     host_tree &tree_;
     std::vector<motion> motions_;

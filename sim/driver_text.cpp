@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "driver_text.h"
 
+#include "format.h"
+
 #include <algorithm>
 #include <sstream>
 
@@ -16,13 +18,6 @@ std::string words(const First &first, const Rest &...rest)
     return text.str();
 }
 
-std::string hex(std::uint64_t value)
-{
-    std::ostringstream text;
-    text << std::hex << value;
-    return text.str();
-}
-
 std::uint64_t percent(const busy_time &time)
 {
     return time.cumulative == 0 ? 0 : time.active * 100 / time.cumulative;
@@ -32,6 +27,7 @@ std::uint64_t blocked(const busy_time &time)
 {
     return (time.cumulative - time.active) / 10;
 }
+
 std::uint64_t idle(const busy_time &time)
 {
     return time.cumulative - time.active - blocked(time);
@@ -53,9 +49,8 @@ std::array<std::int64_t, 22> counters(const process_entry &process)
 std::string joined(const std::array<std::int64_t, 22> &values)
 {
     std::ostringstream text;
-    for (std::int64_t value : values) {
+    for (std::int64_t value : values)
         text << ' ' << value;
-    }
     return text.str();
 }
 
@@ -63,6 +58,7 @@ std::uint64_t local_free(const gpu_state &state)
 {
     return state.local_total - state.local_used;
 }
+
 std::uint64_t system_free(const gpu_state &state)
 {
     return state.system_total - state.system_used;
@@ -101,9 +97,8 @@ std::string util_text(const gpu_state &state)
     };
     text << "1\n";
     put(state.gpu);
-    for (const busy_time &time : state.masters) {
+    for (const busy_time &time : state.masters)
         put(time);
-    }
     text << state.timestamp << "\n";
     return text.str();
 }
@@ -115,9 +110,8 @@ std::string util_reply(const gpu_state &state)
     text << "u64 1\nu64 " << words(state.gpu.active, blocked(state.gpu), idle(state.gpu), state.gpu.cumulative) << "\n";
     auto put = [&](auto quantity) {
         text << "u64";
-        for (const busy_time &time : state.masters) {
+        for (const busy_time &time : state.masters)
             text << ' ' << quantity(time);
-        }
         text << "\n";
     };
     put([](const busy_time &time) { return time.active; });
@@ -133,18 +127,16 @@ std::string memory_text(const gpu_state &state)
     std::ostringstream text;
     text << words(local_free(state), state.local_total, system_free(state), state.system_total) << "\n"
          << state.processes.size() << "\n";
-    for (const process_entry &process : state.processes) {
+    for (const process_entry &process : state.processes)
         text << process.pid << joined(counters(process)) << "\n";
-    }
     return text.str();
 }
 
 std::string process_reply(const gpu_state &state)
 {
     std::ostringstream text;
-    for (const process_entry &process : state.processes) {
+    for (const process_entry &process : state.processes)
         text << "u32 " << process.pid << " 0\ni64" << joined(counters(process)) << "\n";
-    }
     text << "zero 184\n";
     return text.str();
 }
@@ -168,9 +160,8 @@ std::string status_text(const gpu_state &state)
     static constexpr const char *names[] = {"TDM", "GEOM", "3D", "CDM"};
     std::ostringstream text;
     text << "Driver status: OK\nGPU Utilisation: " << percent(state.gpu) << "%\n";
-    for (std::size_t i = 0; i < std::size(names); ++i) {
+    for (std::size_t i = 0; i < std::size(names); ++i)
         text << names[i] << " Utilisation: " << percent(state.masters[i + 1]) << "%\n";
-    }
     return text.str();
 }
 
@@ -209,19 +200,15 @@ std::string aer_text(bool correctable, const std::string &total_key, unsigned to
 std::string gddr_crc_text(const gpu_state &state)
 {
     std::ostringstream text;
-    for (const std::array<unsigned, 4> &device : state.memory_errors) {
+    for (const std::array<unsigned, 4> &device : state.memory_errors)
         text << words(device[0], device[1], device[2], device[3]) << "\n";
-    }
     return text.str();
 }
 
 std::string uevent_text(const gpu_config &c)
 {
-    std::ostringstream text;
-    text << "DRIVER=vekgpu\nPCI_CLASS=30000\nPCI_ID=" << hex(c.vendor_id) << ":" << hex(c.device_id)
-         << "\nPCI_SUBSYS_ID=" << hex(c.subsystem_vendor_id) << ":" << hex(c.subsystem_device_id)
-         << "\nPCI_SLOT_NAME=" << c.pci_address << "\n";
-    return text.str();
+    return format("DRIVER=vekgpu\nPCI_CLASS=30000\nPCI_ID=%x:%x\nPCI_SUBSYS_ID=%x:%x\nPCI_SLOT_NAME=%s\n", c.vendor_id,
+                  c.device_id, c.subsystem_vendor_id, c.subsystem_device_id, c.pci_address.c_str());
 }
 
 std::string modules_text(bool driver)
@@ -249,7 +236,7 @@ std::string packages_text()
 
 std::string dotted_version(const std::array<unsigned, 3> &v)
 {
-    return "v" + hex(v[0]) + "." + hex(v[1]) + "." + hex(v[2]);
+    return format("v%x.%x.%x", v[0], v[1], v[2]);
 }
 
 std::uint32_t packed_version(const std::array<unsigned, 3> &v)
@@ -259,7 +246,7 @@ std::uint32_t packed_version(const std::array<unsigned, 3> &v)
 
 std::string chip_text(std::uint32_t chip_id)
 {
-    return hex(chip_id);
+    return format("%x", chip_id);
 }
 
 } // namespace veksim

@@ -2,10 +2,11 @@
 // The texts the kernel driver publishes, and the replies of its requests.
 #pragma once
 
-#include "host_tree.h"
+#include "gpu.h"
 
+#include <array>
+#include <cstdint>
 #include <string>
-#include <vector>
 
 namespace veksim {
 

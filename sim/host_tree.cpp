@@ -1,105 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host_tree.h"
 
+#include "card_requests.h"
 #include "driver_text.h"
+#include "format.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <dlfcn.h>
-#include <fcntl.h>
-#include <fstream>
-#include <iterator>
 #include <link.h>
 #include <sstream>
-#include <sys/file.h>
-#include <system_error>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
 namespace veksim {
 namespace {
-
-constexpr unsigned static_request = 0xC010644B;
-constexpr unsigned information_request = 0xC010644C;
-constexpr std::uint64_t bar0_size = 0x2000000;
-
-[[gnu::format(printf, 1, 2)]] std::string format(const char *pattern, ...)
-{
-    char text[512];
-    va_list arguments;
-    va_start(arguments, pattern);
-    std::vsnprintf(text, sizeof text, pattern, arguments);
-    va_end(arguments);
-    return text;
-}
-
-[[noreturn]] void fail_with_errno(const fs::path &path)
-{
-    throw std::system_error(errno, std::generic_category(), path.string());
-}
-
-fs::path fresh_directory()
-{
-    const char *base = std::getenv("TMPDIR");
-    std::string name = std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/veksim-XXXXXX";
-    if (mkdtemp(name.data()) == nullptr) {
-        fail_with_errno(name);
-    }
-    return name;
-}
-
-std::string read_file(const fs::path &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-class node_lock {
-public:
-    explicit node_lock(const fs::path &path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC))
-    {
-        if (fd_ >= 0) {
-            flock(fd_, LOCK_EX);
-        }
-    }
-    ~node_lock()
-    {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-    }
-    node_lock(const node_lock &) = delete;
-    node_lock &operator=(const node_lock &) = delete;
-
-private:
-    int fd_;
-};
-
-// Bytes at an offset of a file that others may have mapped: never replaced, only overwritten.
-void overwrite(const fs::path &path, std::uint64_t offset, const void *bytes, std::size_t size)
-{
-    int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-    if (fd < 0) {
-        fail_with_errno(path);
-    }
-    ssize_t written = pwrite(fd, bytes, size, static_cast<off_t>(offset));
-    close(fd);
-    if (written != static_cast<ssize_t>(size)) {
-        fail_with_errno(path);
-    }
-}
-
-template <typename Table, typename Value>
-std::uint32_t table_index(const Table &table, Value value)
-{
-    auto found = std::find(std::begin(table), std::end(table), value);
-    return found == std::end(table) ? 0 : static_cast<std::uint32_t>(found - std::begin(table));
-}
 
 // Where the dynamic linker finds a library; empty when it does not.
 fs::path installed_library(const char *soname)
@@ -107,12 +21,10 @@ fs::path installed_library(const char *soname)
     void *library = dlopen(soname, RTLD_LAZY | RTLD_LOCAL);
     struct link_map *map = nullptr;
     fs::path path;
-    if (library != nullptr && dlinfo(library, RTLD_DI_LINKMAP, &map) == 0) {
+    if (library != nullptr && dlinfo(library, RTLD_DI_LINKMAP, &map) == 0)
         path = map->l_name;
-    }
-    if (library != nullptr) {
+    if (library != nullptr)
         dlclose(library);
-    }
     return path;
 }
 
@@ -124,27 +36,7 @@ const char *vendor_name(std::uint32_t index)
 
 } // namespace
 
-host_tree::host_tree() : root_(fresh_directory())
-{
-    prepare_host();
-}
-
-host_tree::host_tree(const fs::path &where) : keep_(true)
-{
-    fs::create_directories(where);
-    root_ = fs::canonical(where);
-    prepare_host();
-}
-
-host_tree::~host_tree()
-{
-    if (!keep_) {
-        std::error_code ignored;
-        fs::remove_all(root_, ignored);
-    }
-}
-
-void host_tree::prepare_host()
+host_tree::host_tree(const fs::path &where) : node_tree(where)
 {
     for (const char *directory :
          {"/sys/bus/pci/devices", "/sys/dev/char", "/sys/kernel/debug", "/dev/dri", "/proc", "/tmp", "/host/bin"}) {
@@ -157,130 +49,6 @@ void host_tree::prepare_host()
     set_mode("/host/bin/dpkg", 0755);
     set_modules(modules_text(false));
     set_packages(packages_text());
-}
-
-fs::path host_tree::path(const std::string &real) const
-{
-    return root_ / fs::path(real).relative_path();
-}
-
-// A rename, so that a reader finds the old text or the new one and never a piece.
-void host_tree::replace_file(const fs::path &target, const std::string &text)
-{
-    fs::path fresh = root_ / "host" / format("new-%d", static_cast<int>(getpid()));
-    {
-        std::ofstream file(fresh, std::ios::binary | std::ios::trunc);
-        file << text;
-        if (!file.flush()) {
-            fail_with_errno(fresh);
-        }
-    }
-    fs::rename(fresh, target);
-}
-
-void host_tree::write(const std::string &real, const std::string &text)
-{
-    fs::path target = path(real);
-    fs::create_directories(target.parent_path());
-    if (fs::is_directory(fs::symlink_status(target))) {
-        fs::remove_all(target);
-    }
-    replace_file(target, text);
-    auto entry = published_.find(real);
-    if (entry != published_.end()) {
-        entry->second = text;
-    }
-}
-
-void host_tree::write_number(const std::string &real, std::int64_t value)
-{
-    write(real, std::to_string(value) + "\n");
-}
-
-// A client that writes locks the node, so what it wrote is seen here before anything replaces it.
-void host_tree::publish(const std::string &real, const std::string &text)
-{
-    auto [entry, fresh] = published_.try_emplace(real, text);
-    if (fresh) {
-        write(real, text);
-        return;
-    }
-    fs::path target = path(real);
-    if (entry->second == text || !fs::is_regular_file(fs::symlink_status(target))) {
-        return;
-    }
-    node_lock lock(target);
-    if (read_file(target) == entry->second) {
-        replace_file(target, text);
-        entry->second = text;
-    }
-}
-
-std::optional<std::string> host_tree::take_written(const std::string &real)
-{
-    auto entry = published_.find(real);
-    fs::path target = path(real);
-    if (entry == published_.end() || !fs::is_regular_file(fs::symlink_status(target))) {
-        return std::nullopt;
-    }
-    node_lock lock(target);
-    std::string text = read_file(target);
-    if (text == entry->second) {
-        return std::nullopt;
-    }
-    entry->second = text;
-    return text;
-}
-
-void host_tree::publish_number(const std::string &real, std::int64_t value)
-{
-    publish(real, std::to_string(value) + "\n");
-}
-
-std::string host_tree::read(const std::string &real) const
-{
-    return fs::is_regular_file(path(real)) ? read_file(path(real)) : "";
-}
-
-bool host_tree::exists(const std::string &real) const
-{
-    return fs::exists(fs::symlink_status(path(real)));
-}
-
-void host_tree::remove(const std::string &real)
-{
-    fs::remove_all(path(real));
-}
-
-void host_tree::make_directory(const std::string &real)
-{
-    fs::path target = path(real);
-    if (!fs::is_directory(fs::symlink_status(target))) {
-        fs::remove(target);
-    }
-    fs::create_directories(target);
-}
-
-void host_tree::link(const std::string &real, const std::string &target)
-{
-    fs::create_directories(path(real).parent_path());
-    fs::remove_all(path(real));
-    fs::create_symlink(target, path(real));
-}
-
-void host_tree::set_mode(const std::string &real, unsigned mode)
-{
-    fs::permissions(path(real), static_cast<fs::perms>(mode));
-}
-
-void host_tree::fail(const std::string &real, int error)
-{
-    link(real, "errno:" + std::to_string(error));
-}
-
-void host_tree::fail_writes(const std::string &real)
-{
-    link(real, "/dev/full");
 }
 
 const gpu_config &host_tree::config(int position) const
@@ -331,16 +99,15 @@ void host_tree::fail_request(int position, unsigned number, unsigned selector, i
 host_tree::gpu &host_tree::add(const gpu_config &config, const gpu_state &state, bool bare)
 {
     int position = gpu_count();
-    gpu &board = gpus_.emplace_back(gpu{config, state, bare});
+    gpu &board = gpus_.emplace_back(gpu{position, bare, config, state});
     gpu_config &c = board.config;
     c.card = c.card < 0 ? position : c.card;
     c.hwmon = c.hwmon < 0 ? position + 1 : c.hwmon;
     c.pci_address = c.pci_address.empty() ? format("0000:%02x:00.0", 3 + position) : c.pci_address;
     c.chip_id = c.chip_id == 0 ? 0x5e0a1c00 + static_cast<std::uint32_t>(position) : c.chip_id;
     c.bar0 = c.bar0 == 0 ? static_cast<std::uint64_t>(position + 1) * 0x4000000 : c.bar0;
-    if (board.state.local_total == 0) {
+    if (board.state.local_total == 0)
         board.state.local_total = std::uint64_t{c.memory_gib} << 30;
-    }
     return board;
 }
 
@@ -351,23 +118,10 @@ int host_tree::add_gpu(const gpu_config &config, const gpu_state &state)
     publish_links(board);
     publish_readings(board);
     publish_processes(board);
-    publish_debugfs();
+    publish_driver_status();
     set_video_state(video_);
     set_modules(modules_text(true));
-    return gpu_count() - 1;
-}
-
-int host_tree::add_bare_gpu(const gpu_config &config, const gpu_state &state)
-{
-    gpu &board = add(config, state, true);
-    gpu_config bridge;
-    bridge.vendor_id = bridge.subsystem_vendor_id = 0x1d17;
-    bridge.device_id = 0x1000;
-    add_pci_device("0000:00:00.0", bridge, 0x060000);
-    add_pci_device(board.config.pci_address, board.config, 0x030000);
-    publish_firmware(board);
-    publish_firmware_readings(board);
-    return gpu_count() - 1;
+    return board.position;
 }
 
 void host_tree::set_state(int position, const gpu_state &state)
@@ -381,15 +135,12 @@ void host_tree::set_state(int position, const gpu_state &state)
     }
     for (const process_entry &process : before) {
         auto same = [&](const process_entry &other) { return other.pid == process.pid; };
-        if (std::none_of(state.processes.begin(), state.processes.end(), same)) {
-            remove("/proc/" + std::to_string(process.pid));
-            published_.erase(format("/proc/%u/status", process.pid));
-            published_.erase(format("/proc/%u/comm", process.pid));
-        }
+        if (std::none_of(state.processes.begin(), state.processes.end(), same))
+            withdraw("/proc/" + std::to_string(process.pid));
     }
     publish_readings(board);
     publish_processes(board);
-    publish_debugfs();
+    publish_driver_status();
 }
 
 void host_tree::set_processes(int position, const std::vector<process_entry> &processes)
@@ -402,15 +153,14 @@ void host_tree::set_processes(int position, const std::vector<process_entry> &pr
 void host_tree::set_video_state(const video_state &state)
 {
     video_ = state;
-    if (std::any_of(gpus_.begin(), gpus_.end(), [](const gpu &board) { return !board.bare; })) {
+    if (first_with_driver() != nullptr)
         publish("/sys/kernel/debug/vpu/xmem", xmem_text(state));
-    }
 }
 
 void host_tree::publish_identity(const gpu &board)
 {
     const gpu_config &c = board.config;
-    int position = gpu_count() - 1;
+    const int position = board.position;
     auto on_card = [&](const char *node, const std::string &text) { write(card(position, node), text + "\n"); };
     auto on_hwmon = [&](const char *node, const std::string &text) { write(hwmon(position, node), text + "\n"); };
 
@@ -430,7 +180,7 @@ void host_tree::publish_identity(const gpu &board)
     write(card(position, "device/uevent"), uevent_text(c));
     write(card(position, "device/gpu_static_info"), static_info_text(c));
     write(request(position, static_request, 0), static_reply(c));
-    write(request(position, information_request, 3), static_reply(c));
+    write(request(position, information_request, static_selector), static_reply(c));
 
     on_hwmon("name", "vekgpu");
     on_hwmon("vek_vendor", vendor_name(c.vendor_index));
@@ -457,18 +207,20 @@ void host_tree::publish_identity(const gpu &board)
     on_hwmon("temp1_ctrl_mode", "1");
     on_hwmon("power1_cap", "150");
     on_hwmon("fan1_ctrl_mode", "1");
-    on_hwmon("fan1_min", "900");
-    on_hwmon("fan1_max", "4800");
+    on_hwmon("fan1_min", std::to_string(slowest_fan_rpm));
+    on_hwmon("fan1_max", std::to_string(fastest_fan_rpm));
     if (c.fan == fan_kind::pwm) {
         on_hwmon("pwm1", "3200");
-        on_hwmon("pwm1_min", "1950");
-        on_hwmon("pwm1_max", "5998");
+        on_hwmon("pwm1_min", std::to_string(slowest_pwm));
+        on_hwmon("pwm1_max", std::to_string(fastest_pwm));
     } else {
         on_hwmon("fan1_target", "50");
     }
-    write(card(position, format("card%d-HDMI-A-1/status", c.card)),
-          c.hdmi_connected ? "connected\n" : "disconnected\n");
-    write(card(position, format("card%d-DP-1/status", c.card)), c.dp_connected ? "connected\n" : "disconnected\n");
+    auto connector = [&](const char *name, bool connected) {
+        write(card(position, format("card%d-%s/status", c.card, name)), connected ? "connected\n" : "disconnected\n");
+    };
+    connector("HDMI-A-1", c.hdmi_connected);
+    connector("DP-1", c.dp_connected);
     write("/dev/dri/card" + std::to_string(c.card), "");
 }
 
@@ -478,9 +230,8 @@ void host_tree::publish_links(const gpu &board)
     const gpu_config &c = board.config;
     std::string name = "card" + std::to_string(c.card);
     std::string base = "/sys/class/drm/" + name;
-    for (const char *connector : {"-HDMI-A-1", "-DP-1"}) {
+    for (const char *connector : {"-HDMI-A-1", "-DP-1"})
         link(base + connector, std::string(name).append("/").append(name).append(connector));
-    }
     link(base + "/device/drm/" + name, "../../../" + name);
     link(base + "/device/subsystem", "../../../../bus/pci");
     link("/sys/dev/char/226:" + std::to_string(c.card), "../../class/drm/" + name);
@@ -489,7 +240,7 @@ void host_tree::publish_links(const gpu &board)
 
 void host_tree::publish_readings(const gpu &board)
 {
-    int position = static_cast<int>(&board - gpus_.data());
+    const int position = board.position;
     const gpu_state &s = board.state;
     const std::pair<const char *, int> hwmon_readings[] = {
         {"temp1_input", s.temperature},
@@ -507,22 +258,21 @@ void host_tree::publish_readings(const gpu &board)
         {"vek_ndf_freq_mhz", s.ndf_clock_mhz},
         {"vek_pcie_event", static_cast<int>(s.pcie_event)},
     };
-    for (const auto &[node, value] : hwmon_readings) {
+    for (const auto &[node, value] : hwmon_readings)
         publish_number(hwmon(position, node), value);
-    }
     publish(card(position, "device/aer_dev_correctable"), aer_text(true, "TOTAL_ERR_COR", s.aer_totals[0]));
     publish(card(position, "device/aer_dev_fatal"), aer_text(false, "TOTAL_ERR_FATAL", s.aer_totals[1]));
     publish(card(position, "device/aer_dev_nonfatal"), aer_text(false, "TOTAL_ERR_NONFATAL", s.aer_totals[2]));
     publish(card(position, "device/gddr_crc"), gddr_crc_text(s));
     publish(card(position, "device/gpu_util_info"), util_text(s));
-    publish(request(position, information_request, 2), util_reply(s));
+    publish(request(position, information_request, utilisation_selector), util_reply(s));
     publish(card(position, "device/gpu_mem_util_info"), memory_text(s));
     publish(debug_dump(position), debug_dump_text(s));
 }
 
 void host_tree::publish_processes(const gpu &board)
 {
-    int position = static_cast<int>(&board - gpus_.data());
+    const int position = board.position;
     for (const process_entry &process : board.state.processes) {
         std::string name = process.name.substr(0, 15);
         publish(format("/proc/%u/status", process.pid),
@@ -531,108 +281,20 @@ void host_tree::publish_processes(const gpu &board)
                        name.c_str(), process.pid, process.pid));
         publish(format("/proc/%u/comm", process.pid), name + "\n");
     }
-    publish(request(position, information_request, 1), process_reply(board.state));
+    publish(request(position, information_request, processes_selector), process_reply(board.state));
 }
 
-// The file has room for one GPU's figures: the first that has a driver.
-void host_tree::publish_debugfs()
+const host_tree::gpu *host_tree::first_with_driver() const
 {
     auto board = std::find_if(gpus_.begin(), gpus_.end(), [](const gpu &candidate) { return !candidate.bare; });
-    if (board != gpus_.end()) {
+    return board == gpus_.end() ? nullptr : &*board;
+}
+
+// The file has room for one GPU's figures.
+void host_tree::publish_driver_status()
+{
+    if (const gpu *board = first_with_driver())
         publish("/sys/kernel/debug/vekgpu/status", status_text(board->state));
-    }
-}
-
-void host_tree::add_pci_device(const std::string &address, const gpu_config &c, std::uint32_t class_code)
-{
-    std::string base = "/sys/bus/pci/devices/" + address;
-    auto node = [&](const char *name, const std::string &text) { write(base + "/" + name, text + "\n"); };
-    node("vendor", format("0x%04x", c.vendor_id));
-    node("device", format("0x%04x", c.device_id));
-    node("subsystem_vendor", format("0x%04x", c.subsystem_vendor_id));
-    node("subsystem_device", format("0x%04x", c.subsystem_device_id));
-    node("class", format("0x%06x", class_code));
-
-    constexpr std::uint32_t bar_64bit_prefetchable = 0xC;
-    std::string space(256, '\0');
-    auto put = [&](std::size_t offset, std::uint32_t word) { std::memcpy(&space[offset], &word, sizeof word); };
-    put(0x00, c.vendor_id | (c.device_id << 16));
-    put(0x04, 0x00100006); // memory space and bus master enabled, capability list
-    put(0x08, class_code << 8);
-    put(0x10, c.bar0 == 0 ? 0 : static_cast<std::uint32_t>(c.bar0) | bar_64bit_prefetchable);
-    put(0x14, static_cast<std::uint32_t>(c.bar0 >> 32));
-    put(0x2C, c.subsystem_vendor_id | (c.subsystem_device_id << 16));
-    write(base + "/config", space);
-
-    auto last = static_cast<unsigned long long>(c.bar0 + bar0_size - 1);
-    std::string region = c.bar0 == 0 ? std::string("0x0000000000000000 0x0000000000000000 0x0000000000000000\n")
-                                     : format("0x%016llx 0x%016llx 0x%016llx\n",
-                                              static_cast<unsigned long long>(c.bar0), last, 0x14220cULL);
-    for (int i = 1; i < 13; ++i) {
-        region += "0x0000000000000000 0x0000000000000000 0x0000000000000000\n";
-    }
-    write(base + "/resource", region);
-}
-
-void host_tree::publish_firmware(const gpu &board)
-{
-    static constexpr std::uint64_t clocks[] = {800000000,  900000000,  1000000000, 1050000000, 1100000000, 1150000000,
-                                               1200000000, 1250000000, 1300000000, 1350000000, 1400000000, 1450000000,
-                                               1500000000, 700000000,  600000000,  500000000};
-    static constexpr std::uint64_t speeds[] = {8000000000, 12000000000, 14000000000, 15200000000, 16000000000};
-    const gpu_config &c = board.config;
-    int position = gpu_count() - 1;
-    fs::path memory = path("/dev/mem");
-    std::uint64_t needed = c.bar0 + bar0_size;
-    if (!fs::exists(memory)) {
-        write("/dev/mem", "");
-    }
-    if (fs::file_size(memory) < needed) {
-        fs::resize_file(memory, needed); // sparse: only the blocks below take room
-    }
-    auto voltage = static_cast<std::uint32_t>(board.state.voltage_mv);
-    set_firmware(position, 0x13FF000, 1);
-    set_firmware(position, 0x13FF004, packed_version(c.firmware_version));
-    set_firmware_text(position, 0x13FF008, dotted_version(c.firmware_version), 64);
-    set_firmware(position, 0x13FF048, packed_version(c.vbios_version));
-    set_firmware_text(position, 0x13FF04C, dotted_version(c.vbios_version), 64);
-    set_firmware(position, 0x13FF08C, (c.memory_gib << 12) | (table_index(speeds, c.memory_speed) << 20));
-    set_firmware(position, 0x13FF090, (table_index(clocks, c.default_clock_hz) << 4) | (voltage << 12));
-    set_firmware(position, 0x13FF098, c.vendor_index);
-    set_firmware(position, 0x13FF09C, c.power_support);
-    set_firmware(position, 0x13FF0A0, c.fan_support);
-}
-
-void host_tree::publish_firmware_readings(const gpu &board)
-{
-    int position = static_cast<int>(&board - gpus_.data());
-    const gpu_state &s = board.state;
-    const std::pair<std::uint32_t, int> readings[] = {
-        {0x13FF800, s.voltage_mv},
-        {0x13FF804, s.current_ma},
-        {0x13FF808, s.power_w},
-        {0x13FF80C, s.fan_rpm},
-        {0x13FF810, 900},
-        {0x13FF814, 4800},
-        {0x13FF818, s.temperature},
-        {0x13FF838, s.memory_temperature},
-        {0x13FF844, s.total_power_w},
-    };
-    for (const auto &[offset, value] : readings) {
-        set_firmware(position, offset, static_cast<std::uint32_t>(value));
-    }
-}
-
-void host_tree::set_firmware(int position, std::uint32_t offset, std::uint32_t value)
-{
-    overwrite(path("/dev/mem"), config(position).bar0 + offset, &value, sizeof value);
-}
-
-void host_tree::set_firmware_text(int position, std::uint32_t offset, const std::string &text, std::size_t size)
-{
-    std::string field = text;
-    field.resize(size, '\0');
-    overwrite(path("/dev/mem"), config(position).bar0 + offset, field.data(), size);
 }
 
 void host_tree::set_euid(unsigned uid)
@@ -659,9 +321,8 @@ std::vector<std::string> host_tree::pauses() const
 {
     std::istringstream text(read("/host/pauses"));
     std::vector<std::string> lines;
-    for (std::string line; std::getline(text, line);) {
+    for (std::string line; std::getline(text, line);)
         lines.push_back(line);
-    }
     return lines;
 }
 
@@ -675,42 +336,21 @@ void host_tree::add_video_libraries(const fs::path &va_driver)
     const std::string folder = "/opt/vekgpu/lib/aarch64-linux-gnu/";
     for (const auto &[name, soname] : {std::pair{"libva.so", "libva.so.2"}, {"libva-drm.so", "libva-drm.so.2"}}) {
         fs::path installed = installed_library(soname);
-        if (installed.empty()) {
+        if (installed.empty())
             write(folder + name, ""); // present, as far as a probe can see
-        } else {
+        else
             link(folder + name, installed.string());
-        }
     }
-    if (!va_driver.empty()) {
+    if (!va_driver.empty())
         link("/usr/lib/aarch64-linux-gnu/dri/vekgpu_drv_video.so", fs::absolute(va_driver).string());
-    }
 }
 
 void host_tree::set_live(bool live)
 {
-    if (live) {
+    if (live)
         write("/host/live", "");
-    } else {
+    else
         remove("/host/live");
-    }
-}
-
-gpu_config sample_gpu(int position)
-{
-    gpu_config target_board;
-    gpu_config pwm_board;
-    pwm_board.fan = fan_kind::pwm;
-    pwm_board.device_id = 0x4a17;
-    pwm_board.model = "VEK S280 XT";
-    pwm_board.product_name = "TALON-S3";
-    pwm_board.core_count = 2;
-    pwm_board.memory_gib = 4;
-    pwm_board.memory_vendor = 1;
-    pwm_board.default_clock_hz = 1300000000;
-    pwm_board.subsystem_vendor_id = 0;
-    pwm_board.current_link_speed = "8.0 GT/s PCIe";
-    pwm_board.hdmi_connected = false;
-    return position % 2 == 0 ? target_board : pwm_board;
 }
 
 } // namespace veksim

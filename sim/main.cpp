@@ -48,7 +48,7 @@ struct options {
     std::vector<char *> command;
 };
 
-int misuse(const std::string &what)
+int complain(const std::string &what)
 {
     std::fprintf(stderr, "veksim: %s\n", what.c_str());
     return exit_usage;
@@ -80,9 +80,8 @@ std::optional<int> parse(int argc, char **argv, options &wanted)
         switch (option) {
         case gpus: {
             auto number = gpu_number(optarg);
-            if (!number) {
-                return misuse(std::string("--gpus takes a number from 0 to 16, not \"") + optarg + "\"");
-            }
+            if (!number)
+                return complain(std::string("--gpus takes a number from 0 to 16, not \"") + optarg + "\"");
             wanted.gpus = *number;
             break;
         }
@@ -102,9 +101,9 @@ std::optional<int> parse(int argc, char **argv, options &wanted)
             std::fputs(usage, stdout);
             return 0;
         case ':':
-            return misuse(std::string(argv[optind - 1]) + " needs a value");
+            return complain(std::string(argv[optind - 1]) + " needs a value");
         default:
-            return misuse(std::string("unknown option ") + argv[optind - 1]);
+            return complain(std::string("unknown option ") + argv[optind - 1]);
         }
     }
     if (optind >= argc) {
@@ -121,9 +120,8 @@ std::vector<fs::path> library_folders()
     std::error_code ignored;
     fs::path prefix = fs::read_symlink("/proc/self/exe", ignored).parent_path().parent_path();
     std::vector<fs::path> folders = {prefix / "lib", prefix / "lib/veksim", prefix / "lib64/veksim"};
-    for (const auto &entry : fs::directory_iterator(prefix / "lib", ignored)) {
+    for (const auto &entry : fs::directory_iterator(prefix / "lib", ignored))
         folders.push_back(entry.path() / "veksim");
-    }
     return folders;
 }
 
@@ -131,23 +129,20 @@ fs::path find_library(const char *name)
 {
     for (const fs::path &folder : library_folders()) {
         std::error_code ignored;
-        if (fs::exists(folder / name, ignored)) {
+        if (fs::exists(folder / name, ignored))
             return folder / name;
-        }
     }
     return {};
 }
 
 std::unique_ptr<veksim::host_tree> build_host(const options &wanted)
 {
-    auto host =
-        wanted.tree.empty() ? std::make_unique<veksim::host_tree>() : std::make_unique<veksim::host_tree>(wanted.tree);
+    auto host = std::make_unique<veksim::host_tree>(wanted.tree);
     for (int i = 0; i < wanted.gpus; ++i) {
-        if (wanted.driver) {
+        if (wanted.driver)
             host->add_gpu(veksim::sample_gpu(i));
-        } else {
+        else
             host->add_bare_gpu(veksim::sample_gpu(i));
-        }
     }
     host->add_video_libraries(find_library("vekgpu_drv_video.so"));
     if (wanted.keep) {
@@ -164,18 +159,16 @@ std::vector<std::string> prepare_command(const options &wanted, const fs::path &
     std::vector<std::string> command;
     const char *emulator = std::getenv("VEKSIM_EMULATOR");
     std::istringstream words(emulator != nullptr ? emulator : "");
-    for (std::string word; words >> word;) {
+    for (std::string word; words >> word;)
         command.push_back(word);
-    }
     const char *loaded = std::getenv("LD_PRELOAD");
     std::string preload =
         loaded != nullptr && *loaded != '\0' ? loaded + (":" + interposer.string()) : interposer.string();
     setenv("VEKSIM_TREE", tree.c_str(), 1);
-    if (command.empty()) {
+    if (command.empty())
         setenv("LD_PRELOAD", preload.c_str(), 1);
-    } else {
+    else
         setenv("QEMU_SET_ENV", ("LD_PRELOAD=" + preload).c_str(), 1);
-    }
     command.insert(command.end(), wanted.command.begin(), wanted.command.end());
     return command;
 }
@@ -185,9 +178,8 @@ public:
     signal_set(std::initializer_list<int> signals)
     {
         sigemptyset(&set_);
-        for (int signal : signals) {
+        for (int signal : signals)
             sigaddset(&set_, signal);
-        }
     }
     const sigset_t *get() const { return &set_; }
 
@@ -205,9 +197,8 @@ int spawn(const std::vector<std::string> &command, pid_t *pid)
 {
     std::vector<char *> argv;
     argv.reserve(command.size() + 1);
-    for (const std::string &word : command) {
+    for (const std::string &word : command)
         argv.push_back(const_cast<char *>(word.c_str()));
-    }
     argv.push_back(nullptr);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
@@ -238,30 +229,25 @@ int attend(pid_t pid, veksim::driver_model *model, bool still)
     int status = 0;
     while (waitpid(pid, &status, WNOHANG) == 0) {
         int signal = sigtimedwait(watched_signals().get(), nullptr, &nap);
-        if (signal == SIGTERM || signal == SIGHUP) {
+        if (signal == SIGTERM || signal == SIGHUP)
             kill(pid, signal);
-        }
         auto elapsed = clock::now() - last;
         bool due = !still && elapsed >= period;
-        if (model != nullptr) {
+        if (model != nullptr)
             model->tick(due ? std::chrono::duration<double>(elapsed).count() : 0);
-        }
-        if (due) {
+        if (due)
             last = clock::now();
-        }
     }
-    if (model != nullptr) {
+    if (model != nullptr)
         model->tick(0); // what the command wrote last is answered too: the tree may be kept
-    }
     return exit_status(status);
 }
 
 int run(const options &wanted)
 {
     fs::path interposer = find_library("libveksim.so");
-    if (interposer.empty()) {
-        return misuse("libveksim.so is not where this program was installed");
-    }
+    if (interposer.empty())
+        return complain("libveksim.so is not where this program was installed");
     std::unique_ptr<veksim::host_tree> host;
     std::unique_ptr<veksim::driver_model> model;
     fs::path tree = wanted.tree;
@@ -290,12 +276,11 @@ int run(const options &wanted)
 int main(int argc, char **argv)
 {
     options wanted;
-    if (auto status = parse(argc, argv, wanted)) {
+    if (auto status = parse(argc, argv, wanted))
         return *status;
-    }
     try {
         return run(wanted);
     } catch (const std::exception &error) {
-        return misuse(error.what());
+        return complain(error.what());
     }
 }

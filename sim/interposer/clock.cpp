@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// The clock, the pauses and the user that a simulated host plays.
+// The clock and the pauses that a simulated host plays.
+#include "clock.h"
+
 #include "../veksim.h"
-#include "next.h"
+#include "libc.h"
 #include "tree.h"
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/time.h>
 #include <time.h>
@@ -17,17 +17,6 @@ namespace veksim {
 namespace {
 
 constexpr std::int64_t second = 1000000;
-
-next<int(struct timeval *, void *)> next_gettimeofday("gettimeofday");
-next<int(clockid_t, struct timespec *)> next_clock_gettime("clock_gettime");
-next<time_t(time_t *)> next_time("time");
-next<unsigned(unsigned)> next_sleep("sleep");
-next<int(useconds_t)> next_usleep("usleep");
-next<int(const struct timespec *, struct timespec *)> next_nanosleep("nanosleep");
-next<int(clockid_t, int, const struct timespec *, struct timespec *)> next_clock_nanosleep("clock_nanosleep");
-next<uid_t()> next_geteuid("geteuid");
-next<uid_t()> next_getuid("getuid");
-next<int(const char *, int, ...)> next_open("open");
 
 std::atomic<std::int64_t> offset{0};
 std::atomic<void (*)(void *, const char *)> pause_callback{nullptr};
@@ -52,22 +41,19 @@ struct timespec later(struct timespec now)
 bool play_pause(const char *what, std::int64_t usec)
 {
     char path[PATH_MAX];
-    if (!tree_path(path, "/host/pauses")) {
+    if (!tree_path(path, "/host/pauses"))
         return false;
-    }
     int saved = errno;
-    int fd = next_open(path, O_WRONLY | O_APPEND | O_CLOEXEC);
+    int fd = libc::openat(AT_FDCWD, path, O_WRONLY | O_APPEND | O_CLOEXEC);
     errno = saved;
-    if (fd < 0) {
+    if (fd < 0)
         return false;
-    }
     dprintf(fd, "%s\n", what);
     close(fd);
     offset.fetch_add(usec);
     auto *callback = pause_callback.load();
-    if (callback != nullptr) {
+    if (callback != nullptr)
         callback(pause_context.load(), what);
-    }
     errno = saved;
     return true;
 }
@@ -79,37 +65,12 @@ bool play_nanosleep(std::int64_t sec, std::int64_t nsec)
     return play_pause(what, sec * second + nsec / 1000);
 }
 
-// The user the tree names, or the real one.
-uid_t played_user(next<uid_t()> &real)
-{
-    char path[PATH_MAX];
-    if (tree_path(path, "/host/euid")) {
-        int saved = errno;
-        int fd = next_open(path, O_RDONLY | O_CLOEXEC);
-        errno = saved;
-        if (fd >= 0) {
-            char text[16] = "";
-            ssize_t length = read(fd, text, sizeof text - 1);
-            close(fd);
-            errno = saved;
-            if (length > 0) {
-                return static_cast<uid_t>(strtoul(text, nullptr, 10));
-            }
-        }
-    }
-    return real();
-}
-
 } // namespace
 
 void rewind_clock()
 {
     offset.store(0);
 }
-
-} // namespace veksim
-
-using namespace veksim;
 
 extern "C" {
 
@@ -124,10 +85,9 @@ __attribute__((visibility("default"))) void veksim_on_pause(void (*callback)(voi
     pause_callback.store(callback);
 }
 
-int hook_gettimeofday(struct timeval *now, void *zone) VEKSIM_HOOK("gettimeofday");
 int hook_gettimeofday(struct timeval *now, void *zone)
 {
-    int result = next_gettimeofday(now, zone);
+    int result = libc::gettimeofday(now, zone);
     if (result == 0 && now != nullptr && offset.load(std::memory_order_relaxed) != 0) {
         struct timespec moved = later({now->tv_sec, now->tv_usec * 1000});
         now->tv_sec = moved.tv_sec;
@@ -135,57 +95,54 @@ int hook_gettimeofday(struct timeval *now, void *zone)
     }
     return result;
 }
+VEKSIM_PUBLISH(gettimeofday, hook_gettimeofday);
 
-int hook_clock_gettime(clockid_t clock, struct timespec *now) VEKSIM_HOOK("clock_gettime");
 int hook_clock_gettime(clockid_t clock, struct timespec *now)
 {
-    int result = next_clock_gettime(clock, now);
+    int result = libc::clock_gettime(clock, now);
     bool wall = clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE;
-    if (result == 0 && wall && offset.load(std::memory_order_relaxed) != 0) {
+    if (result == 0 && wall && offset.load(std::memory_order_relaxed) != 0)
         *now = later(*now);
-    }
     return result;
 }
+VEKSIM_PUBLISH(clock_gettime, hook_clock_gettime);
 
-time_t hook_time(time_t *now) VEKSIM_HOOK("time");
 time_t hook_time(time_t *now)
 {
-    time_t seconds = next_time(nullptr);
+    time_t seconds = libc::time(nullptr);
     if (offset.load(std::memory_order_relaxed) != 0) {
         struct timespec precise {};
         hook_clock_gettime(CLOCK_REALTIME, &precise);
         seconds = precise.tv_sec;
     }
-    if (now != nullptr) {
+    if (now != nullptr)
         *now = seconds;
-    }
     return seconds;
 }
+VEKSIM_PUBLISH(time, hook_time);
 
-unsigned hook_sleep(unsigned seconds) VEKSIM_HOOK("sleep");
 unsigned hook_sleep(unsigned seconds)
 {
     char what[32];
     snprintf(what, sizeof what, "sleep %u", seconds);
-    return play_pause(what, seconds * second) ? 0 : next_sleep(seconds);
+    return play_pause(what, seconds * second) ? 0 : libc::sleep(seconds);
 }
+VEKSIM_PUBLISH(sleep, hook_sleep);
 
-int hook_usleep(useconds_t usec) VEKSIM_HOOK("usleep");
 int hook_usleep(useconds_t usec)
 {
     char what[32];
     snprintf(what, sizeof what, "usleep %u", usec);
-    return play_pause(what, usec) ? 0 : next_usleep(usec);
+    return play_pause(what, usec) ? 0 : libc::usleep(usec);
 }
+VEKSIM_PUBLISH(usleep, hook_usleep);
 
-int hook_nanosleep(const struct timespec *wanted, struct timespec *left) VEKSIM_HOOK("nanosleep");
 int hook_nanosleep(const struct timespec *wanted, struct timespec *left)
 {
-    return play_nanosleep(wanted->tv_sec, wanted->tv_nsec) ? 0 : next_nanosleep(wanted, left);
+    return play_nanosleep(wanted->tv_sec, wanted->tv_nsec) ? 0 : libc::nanosleep(wanted, left);
 }
+VEKSIM_PUBLISH(nanosleep, hook_nanosleep);
 
-int hook_clock_nanosleep(clockid_t clock, int flags, const struct timespec *wanted, struct timespec *left)
-    VEKSIM_HOOK("clock_nanosleep");
 int hook_clock_nanosleep(clockid_t clock, int flags, const struct timespec *wanted, struct timespec *left)
 {
     std::int64_t nsec = wanted->tv_sec * 1000 * second + wanted->tv_nsec;
@@ -195,20 +152,9 @@ int hook_clock_nanosleep(clockid_t clock, int flags, const struct timespec *want
         nsec -= now.tv_sec * 1000 * second + now.tv_nsec;
     }
     bool played = nsec > 0 && play_nanosleep(nsec / (1000 * second), nsec % (1000 * second));
-    return played ? 0 : next_clock_nanosleep(clock, flags, wanted, left);
+    return played ? 0 : libc::clock_nanosleep(clock, flags, wanted, left);
 }
-
-uid_t hook_geteuid() VEKSIM_HOOK("geteuid");
-uid_t hook_geteuid()
-{
-    return played_user(next_geteuid);
-}
-
-// Someone who is not root is so in both respects; libva compares the two.
-uid_t hook_getuid() VEKSIM_HOOK("getuid");
-uid_t hook_getuid()
-{
-    return played_user(next_getuid);
-}
+VEKSIM_PUBLISH(clock_nanosleep, hook_clock_nanosleep);
 
 } // extern "C"
+} // namespace veksim

@@ -4,11 +4,11 @@
 #include <atomic>
 #include <dlfcn.h>
 
-// Hooks are named after themselves in C++ and after the libc function in the symbol table, so that no
-// libc header's declaration (with its attributes and 64-bit renamings) stands in the way.
-#define VEKSIM_HOOK(symbol) __asm__(symbol) __attribute__((visibility("default")))
+// Gives a hook the name of the libc function it stands before. Hooks have names of their own, so that no libc
+// header's declaration (with its attributes and 64-bit renamings) stands in the way.
+#define VEKSIM_PUBLISH(symbol, hook) \
+    extern "C" decltype(hook) published_##symbol __asm__(#symbol) __attribute__((alias(#hook), visibility("default")))
 
-#pragma GCC visibility push(hidden)
 namespace veksim {
 
 // The function behind ours, looked up at its first call: hooks run before constructors do.
@@ -34,4 +34,3 @@ private:
 };
 
 } // namespace veksim
-#pragma GCC visibility pop

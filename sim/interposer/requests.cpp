@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The requests a card node answers.
-#include "next.h"
+#include "requests.h"
+
+#include "../card_requests.h"
+#include "libc.h"
 #include "tree.h"
 
 #include <algorithm>
@@ -15,12 +18,6 @@
 
 namespace veksim {
 namespace {
-
-next<int(const char *, int, ...)> next_open("open");
-next<int(int, struct stat *)> next_fstat("fstat");
-
-constexpr unsigned static_request = 0xC010644B;
-constexpr unsigned information_request = 0xC010644C;
 
 struct information_block {
     std::uint64_t address;
@@ -44,9 +41,8 @@ constexpr unsigned version_request = _IOWR('d', 0x00, version_block);
 void give_text(const char *text, char *destination, std::size_t *length)
 {
     std::size_t whole = strlen(text);
-    if (destination != nullptr && *length != 0) {
+    if (destination != nullptr && *length != 0)
         memcpy(destination, text, std::min(*length, whole));
-    }
     *length = whole;
 }
 
@@ -67,21 +63,25 @@ public:
 
     void put(const void *bytes, std::size_t size)
     {
-        std::size_t taken = std::min(size, room_);
-        memcpy(at_, bytes, taken);
-        at_ += taken;
-        room_ -= taken;
+        size = std::min(size, room_);
+        memcpy(take(size), bytes, size);
     }
 
     void zero(std::size_t size)
     {
-        std::size_t taken = std::min(size, room_);
-        memset(at_, 0, taken);
-        at_ += taken;
-        room_ -= taken;
+        size = std::min(size, room_);
+        memset(take(size), 0, size);
     }
 
 private:
+    char *take(std::size_t size)
+    {
+        char *taken = at_;
+        at_ += size;
+        room_ -= size;
+        return taken;
+    }
+
     char *at_;
     std::size_t room_;
 };
@@ -94,9 +94,8 @@ void put_numbers(reply_writer &reply, char *values, std::size_t width)
         errno = 0;
         std::uint64_t value = *(rest + strspn(rest, " \t")) == '-' ? static_cast<std::uint64_t>(strtoll(rest, &end, 0))
                                                                    : strtoull(rest, &end, 0);
-        if (end == rest) {
+        if (end == rest)
             return;
-        }
         reply.put(&value, width); // both architectures are little-endian
         rest = end;
     }
@@ -123,25 +122,31 @@ void put_text(reply_writer &reply, char *arguments)
     reply.zero(field - length);
 }
 
+// The bytes that each number of such a line takes; 0 when KEYWORD is about something else.
+std::size_t number_width(const char *keyword)
+{
+    static constexpr struct {
+        const char *keyword;
+        std::size_t width;
+    } widths[] = {{"u8", 1}, {"u16", 2}, {"u32", 4}, {"u64", 8}, {"i64", 8}};
+    for (const auto &entry : widths) {
+        if (strcmp(keyword, entry.keyword) == 0)
+            return entry.width;
+    }
+    return 0;
+}
+
 // One line of a reply file; the error number that ends the request, or 0.
 int put_line(reply_writer &reply, char *line)
 {
     char *keyword = line + strspn(line, " \t");
-    if (*keyword == '\0' || *keyword == '#') {
+    if (*keyword == '\0' || *keyword == '#')
         return 0;
-    }
     char *arguments = keyword + strcspn(keyword, " \t");
-    if (*arguments != '\0') {
+    if (*arguments != '\0')
         *arguments++ = '\0';
-    }
-    if (strcmp(keyword, "u8") == 0) {
-        put_numbers(reply, arguments, 1);
-    } else if (strcmp(keyword, "u16") == 0) {
-        put_numbers(reply, arguments, 2);
-    } else if (strcmp(keyword, "u32") == 0) {
-        put_numbers(reply, arguments, 4);
-    } else if (strcmp(keyword, "u64") == 0 || strcmp(keyword, "i64") == 0) {
-        put_numbers(reply, arguments, 8);
+    if (std::size_t width = number_width(keyword)) {
+        put_numbers(reply, arguments, width);
     } else if (strcmp(keyword, "text") == 0) {
         put_text(reply, arguments);
     } else if (strcmp(keyword, "hex") == 0) {
@@ -159,13 +164,12 @@ int put_line(reply_writer &reply, char *line)
 
 char *read_whole(const char *path)
 {
-    int fd = next_open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
+    int fd = libc::openat(AT_FDCWD, path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
         return nullptr;
-    }
     struct stat info;
     char *text = nullptr;
-    if (next_fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) {
+    if (libc::fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) {
         std::size_t size = static_cast<std::size_t>(info.st_size);
         text = static_cast<char *>(malloc(size + 1));
         ssize_t length = text == nullptr ? -1 : read(fd, text, size);
@@ -183,11 +187,10 @@ char *read_whole(const char *path)
 std::size_t reply_limit(unsigned request, const information_block &block)
 {
     std::size_t limit = 120;
-    if (request == information_request && block.selector == 1) {
+    if (request == information_request && block.selector == processes_selector)
         limit = 100000;
-    } else if (request == information_request && block.selector == 2) {
+    else if (request == information_request && block.selector == utilisation_selector)
         limit = 336;
-    }
     return std::min<std::size_t>(limit, block.size);
 }
 
@@ -221,7 +224,7 @@ int answer_information(unsigned card, unsigned request, const information_block 
 
 } // namespace
 
-int card_request(unsigned card, unsigned request, void *argument)
+int answer_request(unsigned card, unsigned request, void *argument)
 {
     if (argument == nullptr) {
         errno = EFAULT;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Commands run through popen see the tree's own lsmod and dpkg. Their shell is an ordinary one: it runs
 // without this library, which may be built for another architecture than the shell is.
-#include "next.h"
+#include "libc.h"
 #include "tree.h"
 
 #include <array>
@@ -17,9 +17,6 @@
 
 namespace veksim {
 namespace {
-
-next<FILE *(const char *, const char *)> next_popen("popen");
-next<int(FILE *)> next_pclose("pclose");
 
 struct command {
     FILE *stream;
@@ -67,25 +64,22 @@ bool begins(const char *text, const char *prefix)
 char **shell_environment()
 {
     std::size_t count = 0;
-    while (environ[count] != nullptr) {
+    while (environ[count] != nullptr)
         ++count;
-    }
     const char *old_path = getenv("PATH");
     old_path = old_path != nullptr ? old_path : "/usr/local/bin:/usr/bin:/bin";
     std::size_t pointers = (count + 2) * sizeof(char *);
     std::size_t text_size = PATH_MAX + strlen(old_path) + sizeof "PATH=/host/bin:";
     char *block = static_cast<char *>(malloc(pointers + text_size));
-    if (block == nullptr) {
+    if (block == nullptr)
         return nullptr;
-    }
     char **variables = reinterpret_cast<char **>(block);
     char *path = block + pointers;
     snprintf(path, text_size, "PATH=%s/host/bin:%s", tree(), old_path);
     std::size_t kept = 0;
     for (std::size_t i = 0; i < count; ++i) {
-        if (!begins(environ[i], "LD_PRELOAD=") && !begins(environ[i], "VEKSIM_TREE=") && !begins(environ[i], "PATH=")) {
+        if (!begins(environ[i], "LD_PRELOAD=") && !begins(environ[i], "VEKSIM_TREE=") && !begins(environ[i], "PATH="))
             variables[kept++] = environ[i];
-        }
     }
     variables[kept++] = path;
     variables[kept] = nullptr;
@@ -95,9 +89,8 @@ char **shell_environment()
 pid_t spawn_shell(const char *text, int child_end, int child_descriptor)
 {
     char **variables = shell_environment();
-    if (variables == nullptr) {
+    if (variables == nullptr)
         return -1;
-    }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, child_end, child_descriptor);
@@ -116,9 +109,8 @@ int wait_for(pid_t pid)
 {
     int status = 0;
     while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR) {
+        if (errno != EINTR)
             return -1;
-        }
     }
     return status;
 }
@@ -127,9 +119,8 @@ FILE *open_command(const char *text, const char *mode)
 {
     bool reading = strchr(mode, 'r') != nullptr;
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
+    if (pipe2(ends, O_CLOEXEC) != 0)
         return nullptr;
-    }
     int ours = reading ? ends[0] : ends[1];
     int theirs = reading ? ends[1] : ends[0];
     pid_t pid = spawn_shell(text, theirs, reading ? STDOUT_FILENO : STDIN_FILENO);
@@ -149,27 +140,23 @@ FILE *open_command(const char *text, const char *mode)
 }
 
 } // namespace
-} // namespace veksim
-
-using namespace veksim;
-
 extern "C" {
 
-FILE *hook_popen(const char *text, const char *mode) VEKSIM_HOOK("popen");
 FILE *hook_popen(const char *text, const char *mode)
 {
-    return tree() == nullptr ? next_popen(text, mode) : open_command(text, mode);
+    return tree() == nullptr ? libc::popen(text, mode) : open_command(text, mode);
 }
+VEKSIM_PUBLISH(popen, hook_popen);
 
-int hook_pclose(FILE *stream) VEKSIM_HOOK("pclose");
 int hook_pclose(FILE *stream)
 {
     pid_t pid = forget(stream);
-    if (pid < 0) {
-        return next_pclose(stream);
-    }
+    if (pid < 0)
+        return libc::pclose(stream);
     fclose(stream);
     return wait_for(pid);
 }
+VEKSIM_PUBLISH(pclose, hook_pclose);
 
 } // extern "C"
+} // namespace veksim

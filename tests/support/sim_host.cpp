@@ -36,9 +36,8 @@ public:
         std::string text;
         std::rewind(file_);
         char piece[4096];
-        for (std::size_t size = 0; (size = std::fread(piece, 1, sizeof piece, file_)) > 0;) {
+        for (std::size_t size = 0; (size = std::fread(piece, 1, sizeof piece, file_)) > 0;)
             text.append(piece, size);
-        }
         return text;
     }
 
@@ -49,38 +48,33 @@ private:
 std::vector<char *> pointers(const std::vector<std::string> &texts)
 {
     std::vector<char *> list;
-    for (const std::string &text : texts) {
+    list.reserve(texts.size() + 1);
+    for (const std::string &text : texts)
         list.push_back(const_cast<char *>(text.c_str()));
-    }
     list.push_back(nullptr);
     return list;
 }
 
-std::vector<std::string> merged_environment(environment extra)
+std::vector<std::string> merged_environment(const environment &extra)
 {
     std::vector<std::string> variables;
     for (char **variable = environ; *variable != nullptr; ++variable) {
         std::string text = *variable;
-        if (extra.count(text.substr(0, text.find('='))) == 0) {
+        if (extra.count(text.substr(0, text.find('='))) == 0)
             variables.push_back(text);
-        }
     }
-    for (const auto &[name, value] : extra) {
-        variables.push_back(name + "=" + value);
-    }
+    for (const auto &[name, value] : extra)
+        variables.push_back(std::string(name).append("=").append(value));
     return variables;
 }
 
 // The emulator's command line; a program for the emulated machine must be loaded by it.
 std::vector<std::string> emulator()
 {
-    std::string text = EMULATOR;
-    std::replace(text.begin(), text.end(), ';', ' ');
-    std::istringstream words(text);
+    std::istringstream words(EMULATOR);
     std::vector<std::string> command;
-    for (std::string word; words >> word;) {
+    for (std::string word; std::getline(words, word, ';');)
         command.push_back(word);
-    }
     return command;
 }
 
@@ -94,9 +88,8 @@ std::vector<log_line> parse_log(const std::string &text)
         const std::string tag = "][vekml]";
         std::size_t file = line.rfind("[DBG][", 0) == 0 ? line.find(tag) : std::string::npos;
         if (file == std::string::npos) {
-            if (!lines.empty()) {
+            if (!lines.empty())
                 lines.back().message += "\n" + line;
-            }
             continue;
         }
         file += tag.size();
@@ -130,9 +123,8 @@ run_result run(std::vector<std::string> argv, const environment &extra, const st
         settings["QEMU_SET_ENV"] = "LD_PRELOAD=" + settings["LD_PRELOAD"];
         settings.erase("LD_PRELOAD");
     }
-    if (!command.empty()) {
+    if (!command.empty())
         settings.emplace("VEKSIM_EMULATOR", EMULATOR);
-    }
     command.insert(command.end(), argv.begin(), argv.end());
 
     scratch_file in, out, err;
@@ -149,9 +141,8 @@ run_result run(std::vector<std::string> argv, const environment &extra, const st
     posix_spawn_file_actions_destroy(&actions);
     run_result result;
     int status = 0;
-    if (error == 0 && waitpid(pid, &status, 0) == pid) {
+    if (error == 0 && waitpid(pid, &status, 0) == pid)
         result.status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-    }
     result.out = out.take();
     result.err = err.take();
     return result;
@@ -187,11 +178,9 @@ run_result sim_host::run_on_host(std::vector<std::string> argv, environment extr
 std::vector<std::string> sim_host::messages_of(const std::string &function) const
 {
     std::vector<std::string> messages;
-    for (const log_line &line : log_lines()) {
-        if (line.function == function) {
+    for (const log_line &line : log_lines())
+        if (line.function == function)
             messages.push_back(line.message);
-        }
-    }
     return messages;
 }
 

@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: Apache-2.0
+// GPUs on a host without the driver: PCI devices, and firmware in physical memory.
+#include "driver_text.h"
+#include "format.h"
+#include "host_tree.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstring>
+#include <iterator>
+
+namespace fs = std::filesystem;
+
+namespace veksim {
+namespace {
+
+constexpr std::uint64_t bar0_size = 0x2000000;
+
+template <typename Table, typename Value>
+std::uint32_t table_index(const Table &table, Value value)
+{
+    auto found = std::find(std::begin(table), std::end(table), value);
+    return found == std::end(table) ? 0 : static_cast<std::uint32_t>(found - std::begin(table));
+}
+
+} // namespace
+
+int host_tree::add_bare_gpu(const gpu_config &config, const gpu_state &state)
+{
+    gpu &board = add(config, state, true);
+    gpu_config bridge;
+    bridge.vendor_id = bridge.subsystem_vendor_id = 0x1d17;
+    bridge.device_id = 0x1000;
+    add_pci_device("0000:00:00.0", bridge, 0x060000);
+    add_pci_device(board.config.pci_address, board.config, 0x030000);
+    publish_firmware(board);
+    publish_firmware_readings(board);
+    return board.position;
+}
+
+void host_tree::add_pci_device(const std::string &address, const gpu_config &c, std::uint32_t class_code)
+{
+    std::string base = "/sys/bus/pci/devices/" + address;
+    auto node = [&](const char *name, const std::string &text) { write(base + "/" + name, text + "\n"); };
+    node("vendor", format("0x%04x", c.vendor_id));
+    node("device", format("0x%04x", c.device_id));
+    node("subsystem_vendor", format("0x%04x", c.subsystem_vendor_id));
+    node("subsystem_device", format("0x%04x", c.subsystem_device_id));
+    node("class", format("0x%06x", class_code));
+
+    constexpr std::uint32_t bar_64bit_prefetchable = 0xC;
+    std::string space(256, '\0');
+    auto put = [&](std::size_t offset, std::uint32_t word) { std::memcpy(&space[offset], &word, sizeof word); };
+    put(0x00, c.vendor_id | (c.device_id << 16));
+    put(0x04, 0x00100006); // memory space and bus master enabled, capability list
+    put(0x08, class_code << 8);
+    put(0x10, c.bar0 == 0 ? 0 : static_cast<std::uint32_t>(c.bar0) | bar_64bit_prefetchable);
+    put(0x14, static_cast<std::uint32_t>(c.bar0 >> 32));
+    put(0x2C, c.subsystem_vendor_id | (c.subsystem_device_id << 16));
+    write(base + "/config", space);
+
+    auto region = [](std::uint64_t first, std::uint64_t last, unsigned flags) {
+        return format("0x%016" PRIx64 " 0x%016" PRIx64 " 0x%016x\n", first, last, flags);
+    };
+    std::string regions = c.bar0 == 0 ? region(0, 0, 0) : region(c.bar0, c.bar0 + bar0_size - 1, 0x14220c);
+    for (int i = 1; i < 13; ++i)
+        regions += region(0, 0, 0);
+    write(base + "/resource", regions);
+}
+
+void host_tree::publish_firmware(const gpu &board)
+{
+    static constexpr std::uint64_t clocks[] = {800000000,  900000000,  1000000000, 1050000000, 1100000000, 1150000000,
+                                               1200000000, 1250000000, 1300000000, 1350000000, 1400000000, 1450000000,
+                                               1500000000, 700000000,  600000000,  500000000};
+    static constexpr std::uint64_t speeds[] = {8000000000, 12000000000, 14000000000, 15200000000, 16000000000};
+    const gpu_config &c = board.config;
+    const int position = board.position;
+    fs::path memory = path("/dev/mem");
+    std::uint64_t needed = c.bar0 + bar0_size;
+    if (!fs::exists(memory))
+        write("/dev/mem", "");
+    if (fs::file_size(memory) < needed)
+        fs::resize_file(memory, needed); // sparse: only the blocks below take room
+    auto voltage = static_cast<std::uint32_t>(board.state.voltage_mv);
+    set_firmware(position, 0x13FF000, 1);
+    set_firmware(position, 0x13FF004, packed_version(c.firmware_version));
+    set_firmware_text(position, 0x13FF008, dotted_version(c.firmware_version), 64);
+    set_firmware(position, 0x13FF048, packed_version(c.vbios_version));
+    set_firmware_text(position, 0x13FF04C, dotted_version(c.vbios_version), 64);
+    set_firmware(position, 0x13FF08C, (c.memory_gib << 12) | (table_index(speeds, c.memory_speed) << 20));
+    set_firmware(position, 0x13FF090, (table_index(clocks, c.default_clock_hz) << 4) | (voltage << 12));
+    set_firmware(position, 0x13FF098, c.vendor_index);
+    set_firmware(position, 0x13FF09C, c.power_support);
+    set_firmware(position, 0x13FF0A0, c.fan_support);
+}
+
+void host_tree::publish_firmware_readings(const gpu &board)
+{
+    const int position = board.position;
+    const gpu_state &s = board.state;
+    const std::pair<std::uint32_t, int> readings[] = {
+        {0x13FF800, s.voltage_mv},  {0x13FF804, s.current_ma},         {0x13FF808, s.power_w},
+        {0x13FF80C, s.fan_rpm},     {0x13FF810, slowest_fan_rpm},      {0x13FF814, fastest_fan_rpm},
+        {0x13FF818, s.temperature}, {0x13FF838, s.memory_temperature}, {0x13FF844, s.total_power_w},
+    };
+    for (const auto &[offset, value] : readings)
+        set_firmware(position, offset, static_cast<std::uint32_t>(value));
+}
+
+void host_tree::set_firmware(int position, std::uint32_t offset, std::uint32_t value)
+{
+    overwrite("/dev/mem", config(position).bar0 + offset, &value, sizeof value);
+}
+
+void host_tree::set_firmware_text(int position, std::uint32_t offset, const std::string &text, std::size_t size)
+{
+    std::string field = text;
+    field.resize(size, '\0');
+    overwrite("/dev/mem", config(position).bar0 + offset, field.data(), size);
+}
+
+} // namespace veksim

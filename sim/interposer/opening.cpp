@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: Apache-2.0
+// The calls that open what a path leads to.
+#include "descriptors.h"
+#include "libc.h"
+#include "tree.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace veksim {
+namespace {
+
+int open_path(int directory, const char *path, int flags, mode_t mode)
+{
+    host_path target(path, directory);
+    bool writing = (flags & O_ACCMODE) != O_RDONLY;
+    if (target.where() == zone::sysfs) {
+        flags &= ~(O_CREAT | O_EXCL | O_TRUNC | O_APPEND);
+        if (writing && target.write_protected()) {
+            errno = EACCES;
+            return -1;
+        }
+    }
+    int fd = libc::openat(directory, target.text(), flags, mode);
+    if (fd >= 0)
+        set_kind(fd, opened_on(target, writing));
+    return target.or_planted_failure(fd);
+}
+
+bool takes_mode(int flags)
+{
+    return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+}
+
+bool may_open_stream(const host_path &path, bool writing)
+{
+    if (path.where() != zone::sysfs || !writing)
+        return true;
+    if (libc::faccessat(AT_FDCWD, path.text(), F_OK, 0) != 0)
+        return false;
+    if (path.write_protected()) {
+        errno = EACCES;
+        return false;
+    }
+    return true;
+}
+
+// A node takes a stream's content whole when the stream is flushed; until then it is empty, as fopen leaves it.
+FILE *open_stream(const char *path, const char *mode, FILE *reused)
+{
+    host_path target(path);
+    bool writing = strpbrk(mode, "wa+") != nullptr;
+    FILE *stream = nullptr;
+    if (reused != nullptr)
+        set_kind(fileno(reused), opened::ordinary);
+    if (may_open_stream(target, writing))
+        stream = reused != nullptr ? libc::freopen(target.text(), mode, reused) : libc::fopen(target.text(), mode);
+    if (stream == nullptr) {
+        target.or_planted_failure(-1);
+        return nullptr;
+    }
+    int fd = fileno(stream);
+    set_kind(fd, opened_on(target, writing));
+    if (kind_of(fd) == opened::attribute)
+        libc::fcntl(fd, F_SETFL, libc::fcntl(fd, F_GETFL) & ~O_APPEND);
+    return stream;
+}
+
+// glob() walks directories by itself; these make it walk through the hooks.
+void lead_glob(glob_t *matches)
+{
+    matches->gl_opendir = [](const char *path) -> void * { return opendir(path); };
+    matches->gl_readdir = [](void *directory) { return readdir(static_cast<DIR *>(directory)); };
+    matches->gl_closedir = [](void *directory) { closedir(static_cast<DIR *>(directory)); };
+    matches->gl_stat = [](const char *path, struct stat *info) { return stat(path, info); };
+    matches->gl_lstat = [](const char *path, struct stat *info) { return lstat(path, info); };
+}
+
+} // namespace
+
+extern "C" {
+
+int hook_open(const char *path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return open_path(AT_FDCWD, path, flags, mode);
+}
+VEKSIM_PUBLISH(open, hook_open);
+VEKSIM_PUBLISH(open64, hook_open);
+VEKSIM_PUBLISH(__open_2, hook_open);
+VEKSIM_PUBLISH(__open64_2, hook_open);
+
+int hook_openat(int directory, const char *path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return open_path(directory, path, flags, mode);
+}
+VEKSIM_PUBLISH(openat, hook_openat);
+VEKSIM_PUBLISH(openat64, hook_openat);
+VEKSIM_PUBLISH(__openat_2, hook_openat);
+VEKSIM_PUBLISH(__openat64_2, hook_openat);
+
+int hook_creat(const char *path, mode_t mode)
+{
+    return open_path(AT_FDCWD, path, O_CREAT | O_WRONLY | O_TRUNC, mode);
+}
+VEKSIM_PUBLISH(creat, hook_creat);
+VEKSIM_PUBLISH(creat64, hook_creat);
+
+FILE *hook_fopen(const char *path, const char *mode)
+{
+    return open_stream(path, mode, nullptr);
+}
+VEKSIM_PUBLISH(fopen, hook_fopen);
+VEKSIM_PUBLISH(fopen64, hook_fopen);
+
+FILE *hook_freopen(const char *path, const char *mode, FILE *stream)
+{
+    return path == nullptr ? libc::freopen(path, mode, stream) : open_stream(path, mode, stream);
+}
+VEKSIM_PUBLISH(freopen, hook_freopen);
+VEKSIM_PUBLISH(freopen64, hook_freopen);
+
+DIR *hook_opendir(const char *path)
+{
+    host_path target(path);
+    DIR *directory = libc::opendir(target.text());
+    target.or_planted_failure(directory == nullptr ? -1 : 0);
+    return directory;
+}
+VEKSIM_PUBLISH(opendir, hook_opendir);
+
+int hook_scandirat(int directory, const char *path, struct dirent ***names, scan_filter *filter, scan_order *order)
+{
+    host_path target(path, directory);
+    return target.or_planted_failure(libc::scandirat(directory, target.text(), names, filter, order));
+}
+VEKSIM_PUBLISH(scandirat, hook_scandirat);
+VEKSIM_PUBLISH(scandirat64, hook_scandirat);
+
+int hook_scandir(const char *path, struct dirent ***names, scan_filter *filter, scan_order *order)
+{
+    return hook_scandirat(AT_FDCWD, path, names, filter, order);
+}
+VEKSIM_PUBLISH(scandir, hook_scandir);
+VEKSIM_PUBLISH(scandir64, hook_scandir);
+
+int hook_glob(const char *pattern, int flags, int (*report)(const char *, int), glob_t *matches)
+{
+    if (tree() == nullptr || (flags & GLOB_ALTDIRFUNC) != 0)
+        return libc::glob(pattern, flags, report, matches);
+    lead_glob(matches);
+    int result = libc::glob(pattern, flags | GLOB_ALTDIRFUNC, report, matches);
+    matches->gl_flags &= ~GLOB_ALTDIRFUNC;
+    return result;
+}
+VEKSIM_PUBLISH(glob, hook_glob);
+VEKSIM_PUBLISH(glob64, hook_glob);
+
+void *hook_dlopen(const char *path, int flags)
+{
+    host_path target(path);
+    return libc::dlopen(target.text(), flags);
+}
+VEKSIM_PUBLISH(dlopen, hook_dlopen);
+
+} // extern "C"
+} // namespace veksim

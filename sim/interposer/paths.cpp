@@ -1,0 +1,350 @@
+// SPDX-License-Identifier: Apache-2.0
+// The calls that ask about a path, or change what it names.
+#include "descriptors.h"
+#include "libc.h"
+#include "tree.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace veksim {
+namespace {
+
+int check_access(int directory, const char *path, int mode, int flags)
+{
+    host_path target(path, directory);
+    if ((mode & W_OK) != 0 && target.write_protected()) {
+        errno = EACCES;
+        return -1;
+    }
+    return target.or_planted_failure(libc::faccessat(directory, target.text(), mode, flags));
+}
+
+bool means_descriptor(int directory, const char *path, int flags)
+{
+    return (flags & AT_EMPTY_PATH) != 0 && (path == nullptr || *path == '\0') && directory >= 0;
+}
+
+int stat_path(int directory, const char *path, struct stat *info, int flags)
+{
+    if (means_descriptor(directory, path, flags))
+        return stat_descriptor(directory, info);
+    host_path target(path, directory);
+    int result = target.or_planted_failure(libc::fstatat(directory, target.text(), info, flags));
+    unsigned card = 0;
+    if (result == 0 && target.where() == zone::dri && card_of_path(target.text(), &card))
+        make_character_device(info, card);
+    return result;
+}
+
+char *resolve(const char *path, char *resolved)
+{
+    host_path target(path);
+    if (!target.inside())
+        return libc::realpath(path, resolved);
+    char whole[PATH_MAX];
+    if (libc::realpath(target.text(), whole) == nullptr)
+        return nullptr;
+    const char *name = name_on_host(whole);
+    if (resolved == nullptr)
+        return strdup(name);
+    return static_cast<char *>(memcpy(resolved, name, strlen(name) + 1));
+}
+
+ssize_t read_link(int directory, const char *path, char *buffer, std::size_t size)
+{
+    host_path target(path, directory);
+    if (path == nullptr || tree() == nullptr || name_on_host(path) != path)
+        return libc::readlinkat(directory, target.text(), buffer, size);
+    char whole[PATH_MAX];
+    ssize_t length = libc::readlinkat(directory, target.text(), whole, sizeof whole - 1);
+    if (length < 0)
+        return length;
+    whole[length] = '\0';
+    const char *name = name_on_host(whole);
+    std::size_t taken = std::min(strlen(name), size);
+    std::copy_n(name, taken, buffer);
+    return static_cast<ssize_t>(taken);
+}
+
+char *working_directory(char *buffer, std::size_t size)
+{
+    char *path = libc::getcwd(buffer, size);
+    if (path != nullptr) {
+        const char *name = name_on_host(path);
+        memmove(path, name, strlen(name) + 1);
+    }
+    return path;
+}
+
+} // namespace
+
+extern "C" {
+
+int hook_access(const char *path, int mode)
+{
+    return check_access(AT_FDCWD, path, mode, 0);
+}
+VEKSIM_PUBLISH(access, hook_access);
+
+int hook_euidaccess(const char *path, int mode)
+{
+    return check_access(AT_FDCWD, path, mode, AT_EACCESS);
+}
+VEKSIM_PUBLISH(euidaccess, hook_euidaccess);
+VEKSIM_PUBLISH(eaccess, hook_euidaccess);
+
+int hook_faccessat(int directory, const char *path, int mode, int flags)
+{
+    return check_access(directory, path, mode, flags);
+}
+VEKSIM_PUBLISH(faccessat, hook_faccessat);
+
+int hook_stat(const char *path, struct stat *info)
+{
+    return stat_path(AT_FDCWD, path, info, 0);
+}
+VEKSIM_PUBLISH(stat, hook_stat);
+VEKSIM_PUBLISH(stat64, hook_stat);
+
+int hook_lstat(const char *path, struct stat *info)
+{
+    return stat_path(AT_FDCWD, path, info, AT_SYMLINK_NOFOLLOW);
+}
+VEKSIM_PUBLISH(lstat, hook_lstat);
+VEKSIM_PUBLISH(lstat64, hook_lstat);
+
+int hook_fstatat(int directory, const char *path, struct stat *info, int flags)
+{
+    return stat_path(directory, path, info, flags);
+}
+VEKSIM_PUBLISH(fstatat, hook_fstatat);
+VEKSIM_PUBLISH(fstatat64, hook_fstatat);
+
+// Programs built before the three above were functions of their own call them by these names.
+int hook_xstat(int, const char *path, struct stat *info)
+{
+    return stat_path(AT_FDCWD, path, info, 0);
+}
+VEKSIM_PUBLISH(__xstat, hook_xstat);
+VEKSIM_PUBLISH(__xstat64, hook_xstat);
+
+int hook_lxstat(int, const char *path, struct stat *info)
+{
+    return stat_path(AT_FDCWD, path, info, AT_SYMLINK_NOFOLLOW);
+}
+VEKSIM_PUBLISH(__lxstat, hook_lxstat);
+VEKSIM_PUBLISH(__lxstat64, hook_lxstat);
+
+int hook_fxstatat(int, int directory, const char *path, struct stat *info, int flags)
+{
+    return stat_path(directory, path, info, flags);
+}
+VEKSIM_PUBLISH(__fxstatat, hook_fxstatat);
+VEKSIM_PUBLISH(__fxstatat64, hook_fxstatat);
+
+int hook_statx(int directory, const char *path, int flags, unsigned mask, struct statx *info)
+{
+    host_path target(path, directory);
+    int result = target.or_planted_failure(libc::statx(directory, target.text(), flags, mask, info));
+    unsigned card = 0;
+    bool is_card = means_descriptor(directory, path, flags)
+                       ? card_of_descriptor(directory, &card)
+                       : target.where() == zone::dri && card_of_path(target.text(), &card);
+    if (result == 0 && is_card) {
+        info->stx_mode = static_cast<decltype(info->stx_mode)>(S_IFCHR | 0660);
+        info->stx_rdev_major = drm_major;
+        info->stx_rdev_minor = card;
+    }
+    return result;
+}
+VEKSIM_PUBLISH(statx, hook_statx);
+
+ssize_t hook_readlink(const char *path, char *buffer, std::size_t size)
+{
+    return read_link(AT_FDCWD, path, buffer, size);
+}
+VEKSIM_PUBLISH(readlink, hook_readlink);
+
+ssize_t hook_readlinkat(int directory, const char *path, char *buffer, std::size_t size)
+{
+    return read_link(directory, path, buffer, size);
+}
+VEKSIM_PUBLISH(readlinkat, hook_readlinkat);
+
+ssize_t hook_readlink_chk(const char *path, char *buffer, std::size_t size, std::size_t)
+{
+    return read_link(AT_FDCWD, path, buffer, size);
+}
+VEKSIM_PUBLISH(__readlink_chk, hook_readlink_chk);
+
+ssize_t hook_readlinkat_chk(int directory, const char *path, char *buffer, std::size_t size, std::size_t)
+{
+    return read_link(directory, path, buffer, size);
+}
+VEKSIM_PUBLISH(__readlinkat_chk, hook_readlinkat_chk);
+
+char *hook_realpath(const char *path, char *resolved)
+{
+    return resolve(path, resolved);
+}
+VEKSIM_PUBLISH(realpath, hook_realpath);
+
+char *hook_realpath_chk(const char *path, char *resolved, std::size_t)
+{
+    return resolve(path, resolved);
+}
+VEKSIM_PUBLISH(__realpath_chk, hook_realpath_chk);
+
+char *hook_canonicalize_file_name(const char *path)
+{
+    return resolve(path, nullptr);
+}
+VEKSIM_PUBLISH(canonicalize_file_name, hook_canonicalize_file_name);
+
+char *hook_getcwd(char *buffer, std::size_t size)
+{
+    return working_directory(buffer, size);
+}
+VEKSIM_PUBLISH(getcwd, hook_getcwd);
+
+char *hook_getcwd_chk(char *buffer, std::size_t size, std::size_t)
+{
+    return working_directory(buffer, size);
+}
+VEKSIM_PUBLISH(__getcwd_chk, hook_getcwd_chk);
+
+char *hook_get_current_dir_name()
+{
+    return working_directory(nullptr, 0);
+}
+VEKSIM_PUBLISH(get_current_dir_name, hook_get_current_dir_name);
+
+ssize_t hook_getxattr(const char *path, const char *key, void *value, std::size_t size)
+{
+    host_path target(path);
+    return libc::getxattr(target.text(), key, value, size);
+}
+VEKSIM_PUBLISH(getxattr, hook_getxattr);
+
+ssize_t hook_lgetxattr(const char *path, const char *key, void *value, std::size_t size)
+{
+    host_path target(path);
+    return libc::lgetxattr(target.text(), key, value, size);
+}
+VEKSIM_PUBLISH(lgetxattr, hook_lgetxattr);
+
+int hook_inotify_add_watch(int fd, const char *path, std::uint32_t mask)
+{
+    host_path target(path);
+    return libc::inotify_add_watch(fd, target.text(), mask);
+}
+VEKSIM_PUBLISH(inotify_add_watch, hook_inotify_add_watch);
+
+int hook_chdir(const char *path)
+{
+    host_path target(path);
+    return libc::chdir(target.text());
+}
+VEKSIM_PUBLISH(chdir, hook_chdir);
+
+int hook_unlinkat(int directory, const char *path, int flags)
+{
+    host_path target(path, directory);
+    return libc::unlinkat(directory, target.text(), flags);
+}
+VEKSIM_PUBLISH(unlinkat, hook_unlinkat);
+
+int hook_unlink(const char *path)
+{
+    return hook_unlinkat(AT_FDCWD, path, 0);
+}
+VEKSIM_PUBLISH(unlink, hook_unlink);
+
+int hook_rmdir(const char *path)
+{
+    return hook_unlinkat(AT_FDCWD, path, AT_REMOVEDIR);
+}
+VEKSIM_PUBLISH(rmdir, hook_rmdir);
+
+int hook_remove(const char *path)
+{
+    host_path target(path);
+    return libc::remove(target.text());
+}
+VEKSIM_PUBLISH(remove, hook_remove);
+
+int hook_renameat2(int from_directory, const char *from, int to_directory, const char *to, unsigned flags)
+{
+    host_path source(from, from_directory);
+    host_path target(to, to_directory);
+    return libc::renameat2(from_directory, source.text(), to_directory, target.text(), flags);
+}
+VEKSIM_PUBLISH(renameat2, hook_renameat2);
+
+int hook_renameat(int from_directory, const char *from, int to_directory, const char *to)
+{
+    return hook_renameat2(from_directory, from, to_directory, to, 0);
+}
+VEKSIM_PUBLISH(renameat, hook_renameat);
+
+int hook_rename(const char *from, const char *to)
+{
+    return hook_renameat2(AT_FDCWD, from, AT_FDCWD, to, 0);
+}
+VEKSIM_PUBLISH(rename, hook_rename);
+
+int hook_symlinkat(const char *destination, int directory, const char *path)
+{
+    host_path target(path, directory);
+    return libc::symlinkat(destination, directory, target.text());
+}
+VEKSIM_PUBLISH(symlinkat, hook_symlinkat);
+
+int hook_symlink(const char *destination, const char *path)
+{
+    return hook_symlinkat(destination, AT_FDCWD, path);
+}
+VEKSIM_PUBLISH(symlink, hook_symlink);
+
+int hook_mkdirat(int directory, const char *path, mode_t mode)
+{
+    host_path target(path, directory);
+    return libc::mkdirat(directory, target.text(), mode);
+}
+VEKSIM_PUBLISH(mkdirat, hook_mkdirat);
+
+int hook_mkdir(const char *path, mode_t mode)
+{
+    return hook_mkdirat(AT_FDCWD, path, mode);
+}
+VEKSIM_PUBLISH(mkdir, hook_mkdir);
+
+int hook_fchmodat(int directory, const char *path, mode_t mode, int flags)
+{
+    host_path target(path, directory);
+    return libc::fchmodat(directory, target.text(), mode, flags);
+}
+VEKSIM_PUBLISH(fchmodat, hook_fchmodat);
+
+int hook_chmod(const char *path, mode_t mode)
+{
+    return hook_fchmodat(AT_FDCWD, path, mode, 0);
+}
+VEKSIM_PUBLISH(chmod, hook_chmod);
+
+int hook_truncate(const char *path, off_t length)
+{
+    host_path target(path);
+    return target.where() == zone::sysfs ? check_access(AT_FDCWD, path, W_OK, 0)
+                                         : libc::truncate(target.text(), length);
+}
+VEKSIM_PUBLISH(truncate, hook_truncate);
+VEKSIM_PUBLISH(truncate64, hook_truncate);
+
+} // extern "C"
+} // namespace veksim

@@ -1,0 +1,213 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "node_tree.h"
+
+#include "format.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
+#include <sys/file.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace veksim {
+namespace {
+
+[[noreturn]] void fail_with_errno(const fs::path &path)
+{
+    throw std::system_error(errno, std::generic_category(), path.string());
+}
+
+fs::path fresh_directory()
+{
+    const char *base = std::getenv("TMPDIR");
+    std::string name = std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/veksim-XXXXXX";
+    if (mkdtemp(name.data()) == nullptr)
+        fail_with_errno(name);
+    return name;
+}
+
+std::string read_file(const fs::path &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class node_lock {
+public:
+    explicit node_lock(const fs::path &path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC))
+    {
+        if (fd_ >= 0)
+            flock(fd_, LOCK_EX);
+    }
+    ~node_lock()
+    {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    node_lock(const node_lock &) = delete;
+    node_lock &operator=(const node_lock &) = delete;
+
+private:
+    int fd_;
+};
+
+} // namespace
+
+node_tree::node_tree(const fs::path &where) : keep_(!where.empty())
+{
+    if (keep_)
+        fs::create_directories(where);
+    root_ = fs::canonical(keep_ ? where : fresh_directory());
+    fs::create_directory(root_ / "host");
+}
+
+node_tree::~node_tree()
+{
+    if (!keep_) {
+        std::error_code ignored;
+        fs::remove_all(root_, ignored);
+    }
+}
+
+fs::path node_tree::path(const std::string &real) const
+{
+    return root_ / fs::path(real).relative_path();
+}
+
+// A rename, so that a reader finds the old text or the new one and never a piece.
+void node_tree::replace_file(const fs::path &target, const std::string &text)
+{
+    fs::path fresh = root_ / "host" / format("new-%d", static_cast<int>(getpid()));
+    {
+        std::ofstream file(fresh, std::ios::binary | std::ios::trunc);
+        file << text;
+        if (!file.flush())
+            fail_with_errno(fresh);
+    }
+    fs::rename(fresh, target);
+}
+
+void node_tree::write(const std::string &real, const std::string &text)
+{
+    fs::path target = path(real);
+    fs::create_directories(target.parent_path());
+    if (fs::is_directory(fs::symlink_status(target)))
+        fs::remove_all(target);
+    replace_file(target, text);
+    auto entry = published_.find(real);
+    if (entry != published_.end())
+        entry->second = text;
+}
+
+void node_tree::write_number(const std::string &real, std::int64_t value)
+{
+    write(real, std::to_string(value) + "\n");
+}
+
+// A client that writes locks the node, so what it wrote is seen here before anything replaces it.
+void node_tree::publish(const std::string &real, const std::string &text)
+{
+    auto [entry, fresh] = published_.try_emplace(real, text);
+    if (fresh) {
+        write(real, text);
+        return;
+    }
+    fs::path target = path(real);
+    if (entry->second == text || !fs::is_regular_file(fs::symlink_status(target)))
+        return;
+    node_lock lock(target);
+    if (read_file(target) == entry->second) {
+        replace_file(target, text);
+        entry->second = text;
+    }
+}
+
+std::optional<std::string> node_tree::take_written(const std::string &real)
+{
+    auto entry = published_.find(real);
+    fs::path target = path(real);
+    if (entry == published_.end() || !fs::is_regular_file(fs::symlink_status(target)))
+        return std::nullopt;
+    node_lock lock(target);
+    std::string text = read_file(target);
+    bool unfinished = text.empty(); // a stream is open on it
+    if (unfinished || text == entry->second)
+        return std::nullopt;
+    entry->second = text;
+    return text;
+}
+
+void node_tree::publish_number(const std::string &real, std::int64_t value)
+{
+    publish(real, std::to_string(value) + "\n");
+}
+
+std::string node_tree::read(const std::string &real) const
+{
+    return fs::is_regular_file(path(real)) ? read_file(path(real)) : "";
+}
+
+bool node_tree::exists(const std::string &real) const
+{
+    return fs::exists(fs::symlink_status(path(real)));
+}
+
+void node_tree::remove(const std::string &real)
+{
+    fs::remove_all(path(real));
+}
+
+void node_tree::make_directory(const std::string &real)
+{
+    fs::path target = path(real);
+    if (!fs::is_directory(fs::symlink_status(target)))
+        fs::remove(target);
+    fs::create_directories(target);
+}
+
+void node_tree::link(const std::string &real, const std::string &target)
+{
+    fs::create_directories(path(real).parent_path());
+    fs::remove_all(path(real));
+    fs::create_symlink(target, path(real));
+}
+
+void node_tree::set_mode(const std::string &real, unsigned mode)
+{
+    fs::permissions(path(real), static_cast<fs::perms>(mode));
+}
+
+void node_tree::fail(const std::string &real, int error)
+{
+    link(real, "errno:" + std::to_string(error));
+}
+
+void node_tree::fail_writes(const std::string &real)
+{
+    link(real, "/dev/full");
+}
+
+void node_tree::overwrite(const std::string &real, std::uint64_t offset, const void *bytes, std::size_t size)
+{
+    const fs::path target = path(real);
+    int fd = open(target.c_str(), O_WRONLY | O_CLOEXEC);
+    if (fd < 0)
+        fail_with_errno(target);
+    ssize_t written = pwrite(fd, bytes, size, static_cast<off_t>(offset));
+    close(fd);
+    if (written != static_cast<ssize_t>(size))
+        fail_with_errno(target);
+}
+
+void node_tree::withdraw(const std::string &real)
+{
+    remove(real);
+    std::erase_if(published_, [&](const auto &entry) { return entry.first.starts_with(real + "/"); });
+}
+
+} // namespace veksim
