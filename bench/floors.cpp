@@ -6,12 +6,16 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-floors::floors(veksim::host_tree &host, const std::function<void()> &one_refresh)
-    : log_((host.root() / "floor.log").string())
-{
-    close(open(log_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+namespace {
 
-    host.remove("/tmp/smi.log");
+// The library's own log, so that both take the same way into the simulated host.
+constexpr char log_path[] = "/tmp/smi.log";
+
+} // namespace
+
+floors::floors(veksim::host_tree &host, const std::function<void()> &one_refresh)
+{
+    host.remove(log_path);
     one_refresh();
     const std::string log = host.log();
     constexpr char prefix[] = "[DBG][";
@@ -45,7 +49,7 @@ void floors::write_line(const std::string &line) const
 {
     // Emptied as seldom as the library empties its own log.
     static std::size_t written = 0;
-    const int fd = open(log_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    const int fd = open(log_path, O_WRONLY | O_APPEND | O_CLOEXEC);
     written += static_cast<std::size_t>(std::max<ssize_t>(write(fd, line.data(), line.size()), 0));
     if (written > 0x100000) {
         (void)!ftruncate(fd, 0);

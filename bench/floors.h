@@ -26,7 +26,6 @@ public:
 private:
     void write_line(const std::string &line) const;
 
-    std::string log_;
     std::vector<std::string> lines_;
     std::vector<std::string> files_;
 };
