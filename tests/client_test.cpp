@@ -6,6 +6,8 @@
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <cstring>
+#include <fstream>
 #include <future>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -342,6 +344,22 @@ TEST_F(client_test, monitor_outlives_a_gpu_and_stops_when_asked)
     ASSERT_TRUE(result.status == 0 && text.size() >= 3) << result.err;
     EXPECT_NE(text[1].find(",0,48,2400,21,1000,"), std::string::npos) << text[1];
     EXPECT_NE(text.back().find(",0,,,,,"), std::string::npos) << text.back();
+}
+
+TEST_F(client_test, the_manual_has_every_field)
+{
+    std::ifstream page(VEKSMI_MANUAL);
+    std::string manual(std::istreambuf_iterator<char>(page), {});
+    for (const char *marker : {"T{\n", "\nT}"}) // around what tbl shall fill
+        for (std::size_t at = 0; (at = manual.find(marker, at)) != manual.npos;)
+            manual.erase(at, strlen(marker));
+    std::replace(manual.begin(), manual.end(), '\n', ' ');
+    const std::vector<std::string> fields = lines(veksmi("query --help-fields").out);
+    for (auto line = fields.begin() + 1; line != fields.end(); ++line) {
+        const std::size_t gap = line->find(' '), help = line->find_first_not_of(' ', gap);
+        const std::string row = " " + line->substr(0, gap) + "|" + line->substr(help) + " ";
+        EXPECT_NE(manual.find(row), manual.npos) << row;
+    }
 }
 
 TEST_F(client_test, a_reader_may_go_away)
