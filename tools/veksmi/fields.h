@@ -2,16 +2,13 @@
 #pragma once
 
 #include "gpu.h"
+#include "value.h"
 
 #include <initializer_list>
 #include <span>
 #include <string>
 #include <string_view>
-#include <variant>
-
-// Nothing at all stands for a value that is not to be had.
-using value =
-    std::variant<std::monostate, std::int64_t, std::uint64_t, double, bool, std::string, std::vector<std::uint64_t>>;
+#include <vector>
 
 struct field {
     const char *key;  // as in CSV and JSON; ends in the unit where that is known
@@ -29,10 +26,3 @@ field_list pick(std::initializer_list<std::string_view> keys);
 field_list parse_fields(std::string_view keys);
 
 std::string label(const field &f); // the key as a person writes it
-bool is_present(const value &v);
-std::string text_of(const value &v); // as in CSV; empty when absent
-
-// A text of the driver without the blanks around it and without anything that a terminal would obey; absent when it
-// says nothing.
-value text_value(std::string_view text);
-std::string printable(std::string_view text);
