@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <string_view>
 
 namespace vekml {
@@ -59,10 +60,8 @@ const char *cut_to_memory_sizes(char *dump)
 {
     constexpr std::string_view label = "gpu_local";
     // The matcher goes by the process's locale, where such bytes may be blanks or no characters at all.
-    for (char *at = dump; *at != '\0'; ++at) {
-        if (static_cast<unsigned char>(*at) > 127)
-            *at = '?';
-    }
+    const auto foreign = [](char c) { return static_cast<unsigned char>(c) > 127; };
+    std::replace_if(dump, dump + std::strlen(dump), foreign, '?');
     const std::string_view text = dump;
     for (std::size_t at = 0; at < text.size();) {
         const std::string_view line = line_at(text, at);

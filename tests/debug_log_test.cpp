@@ -4,6 +4,9 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -90,6 +93,23 @@ TEST_F(debug_log_test, a_log_that_may_not_be_read_is_appended_to_whatever_its_si
             say("appended");
     });
     EXPECT_GT(log_size(), limit + 1);
+}
+
+TEST_F(debug_log_test, a_full_log_that_may_not_be_emptied_grows_no_further)
+{
+    host.write(log_file, std::string(limit + 1, 'x'));
+    const int log = open(host.path(log_file).c_str(), O_RDONLY | O_CLOEXEC);
+    long flags = 0;
+    const bool known = ioctl(log, FS_IOC_GETFLAGS, &flags) == 0;
+    const long append_only = flags | FS_APPEND_FL;
+    const bool refused = !known || ioctl(log, FS_IOC_SETFLAGS, &append_only) != 0;
+    say("dropped");
+    if (!refused)
+        ioctl(log, FS_IOC_SETFLAGS, &flags);
+    close(log);
+    if (refused)
+        GTEST_SKIP() << "files cannot be made append-only here";
+    EXPECT_EQ(log_size(), limit + 1);
 }
 
 TEST_F(debug_log_test, another_user_s_log_is_appended_to)

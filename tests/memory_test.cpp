@@ -4,6 +4,7 @@
 #include "memory_sizes.h"
 #include "vek_smi_utils.h"
 
+#include <clocale>
 #include <ctime>
 #include <random>
 
@@ -83,6 +84,13 @@ TEST_F(memory_test, cutting_the_dump_changes_no_match)
         for (int i = 0; found == 0 && i < 5; ++i)
             ASSERT_STREQ(cut[i].get(), whole[i].get()) << dump;
     }
+}
+
+TEST_F(memory_test, the_locale_of_the_process_makes_no_difference)
+{
+    std::setlocale(LC_ALL, "C.UTF-8");
+    EXPECT_EQ(ask_dump("GPU_LOCAL \xff Free Size: 1000, Total Size: 4000\n" + system), both);
+    std::setlocale(LC_ALL, "C");
 }
 
 TEST_F(memory_test, a_hostile_dump_is_no_burden)

@@ -173,9 +173,10 @@ TEST_F(query_test, without_the_static_part_every_getter_is_asked_whatever_it_ans
     ask(vekml_device_query_two_parts);
     EXPECT_EQ(messages_of("vekml_device_query_two_parts").back(), "call vekml_device_query to get query info.");
 
-    host.remove(host.hwmon(0, "fan1_input"));
-    host.remove(host.hwmon(0, "vek_support_power_info"));
+    for (const char *missing : {"fan1_input", "vek_support_power_info", "vek_device_model"})
+        host.remove(host.hwmon(0, missing));
     expected.fan_speed = 0;
+    std::memset(expected.asic_type, 0, sizeof expected.asic_type);
     expected.support_power_info = UINT32_MAX;
     ask(vekml_device_query);
 }

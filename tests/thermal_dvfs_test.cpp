@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/sensor_host.h"
 
+#include <cstring>
+
 using thermal_test = sensor_host;
 
 TEST_F(thermal_test, one_limit)
@@ -31,6 +33,10 @@ TEST_F(thermal_test, one_limit)
     }
     EXPECT_EQ(host.pauses(), std::vector<std::string>(8, "sleep 1")) << "failed or not";
     EXPECT_TRUE(logged("vekml_device_get_thermal", "thermal->vek_temp_slowdown:-5"));
+    std::memset(&set, '9', sizeof set);
+    strcpy(set.temp_slowdown, "90");
+    call(vekml_device_set_thermal_info, &set, temp_slowdown_type);
+    EXPECT_TRUE(logged("vekml_device_set_thermal_info", "thm_set->enable_thm_shutdown:99999")) << "only its own field";
     EXPECT_EQ(call(vekml_device_set_thermal_info, &set, 4), failed("invaild thermal type\n"));
     EXPECT_EQ(call(vekml_device_get_thermal, &out, 4), failed("invaild thermal type\n"));
     host.set_euid(1000);

@@ -48,8 +48,10 @@ bool play_pause(const char *what, std::int64_t usec)
     errno = saved;
     if (fd < 0)
         return false;
-    dprintf(fd, "%s\n", what);
-    close(fd);
+    char line[80];
+    int length = snprintf(line, sizeof line, "%s\n", what);
+    libc::write(fd, line, static_cast<std::size_t>(length));
+    libc::close(fd);
     offset.fetch_add(usec);
     auto *callback = pause_callback.load();
     if (callback != nullptr)

@@ -180,7 +180,7 @@ char *read_whole(const char *path)
             text = nullptr;
         }
     }
-    close(fd);
+    libc::close(fd);
     return text;
 }
 

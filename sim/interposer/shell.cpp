@@ -125,13 +125,13 @@ FILE *open_command(const char *text, const char *mode)
     int theirs = reading ? ends[1] : ends[0];
     pid_t pid = spawn_shell(text, theirs, reading ? STDOUT_FILENO : STDIN_FILENO);
     int saved = errno;
-    close(theirs);
+    libc::close(theirs);
     FILE *stream = pid < 0 ? nullptr : fdopen(ours, reading ? "r" : "w");
     if (stream == nullptr) {
-        close(ours);
+        libc::close(ours);
         errno = saved;
     } else if (!remember(stream, pid)) {
-        fclose(stream);
+        libc::fclose(stream);
         wait_for(pid);
         errno = EMFILE;
         stream = nullptr;
