@@ -22,8 +22,8 @@
  * passes the number through.
  *
  * Every step is written to the debug log "/tmp/smi.log"; failures meant for the user are also printed on standard
- * output. The library starts no threads and takes no locks: ::vekml_init, ::vekml_out_of_band_init and
- * ::vekml_shutdown must not run beside any other call, while readers of different GPUs do not disturb each other; only
+ * output. The library starts no threads and takes no locks: ::vekml_init, ::vekml_init_card, ::vekml_out_of_band_init
+ * and ::vekml_shutdown must not run beside any other call, while readers of different GPUs do not disturb each other; only
  * ::vekml_device_get_vpu_info, which changes the process environment, wants to be called one at a time.
  */
 
@@ -191,6 +191,18 @@ typedef vekml_device_record_t *vekml_device_t;
  *         failed, no file node to read" on standard output when the directory is missing or empty.
  */
 VEKML_API vekml_return_t vekml_init(void);
+
+/**
+ * As ::vekml_init, for "/sys/class/drm/cardN" alone: the same steps, the video engines among them, and no other card's
+ * nodes are touched, so that a card whose driver hangs holds up nobody but its own process. Any N is tried, however
+ * many cards there are.
+ *
+ * @param card_index N
+ * @return 0 always. ::vekml_device_get_count then gives 1, with the GPU at index 0, or 0 when that card is missing or
+ *         not a GPU of ours. Prints what ::vekml_init prints.
+ * @since 1.1
+ */
+VEKML_API vekml_return_t vekml_init_card(uint32_t card_index);
 
 /**
  * Unmap every BAR0 window and clear the whole state. Harmless before ::vekml_init.

@@ -49,8 +49,11 @@ bool is_directory(const char *path)
     return static_cast<bool>(unique_directory(opendir(path)));
 }
 
-void discover_vekgpu_devices()
+/** Find the GPUs among all cards, or try one card alone. */
+void discover_vekgpu_devices(std::optional<std::uint32_t> only)
 {
+    if (only)
+        globals.count = 0;
     const unique_directory drm(opendir(drm_class));
     if (!drm) {
         fputs("Open failed, there's no such path", stdout);
@@ -62,16 +65,22 @@ void discover_vekgpu_devices()
         return;
     }
     // Connectors are counted too: the sum bounds the card numbers to try.
-    int bound = 0;
+    std::uint64_t bound = 0;
     for (; entry != nullptr; entry = readdir(drm.get()))
         bound += strncmp(entry->d_name, "card", 4) == 0;
-    TRACE("count is: %d", bound);
+    TRACE("count is: %d", static_cast<int>(bound));
+    std::uint64_t n = 0;
+    if (only) {
+        n = *only;
+        bound = n + 1;
+    }
 
     std::uint32_t found = 0;
     node_text<> vendor; // kept from card to card: an unreadable vendor repeats the one before it
-    for (int n = 0; n < bound && found < discovery_limit; ++n) {
+    for (; n < bound && found < discovery_limit; ++n) {
+        const auto card_index = static_cast<std::uint32_t>(n);
         char path[256];
-        snprintf(path, sizeof path, "%s%s%d", drm_class, "/card", n);
+        snprintf(path, sizeof path, "%s%s%u", drm_class, "/card", card_index);
         if (!is_directory(path))
             continue;
         vendor.read(node_path<50>(path, "/device/vendor"));
@@ -79,7 +88,7 @@ void discover_vekgpu_devices()
             continue;
         vekml_device_record_t &device = globals.devices[found];
         copy_text(device.card_path, sizeof device.card_path, path);
-        device.card_index = static_cast<std::uint32_t>(n);
+        device.card_index = card_index;
         device.table_index = found;
         TRACE("True Card path is %s", device.card_path);
         ++found;
@@ -203,6 +212,17 @@ void get_product_hwmon_path()
             model_to_device_id_and_chip_process(device.model, &device.model_device_id, &device.chip_process);
         }
     }
+}
+
+void start(std::optional<std::uint32_t> only = {})
+{
+    discover_vekgpu_devices(only);
+    get_product_name();
+    get_product_dbdf();
+    get_product_id();
+    get_link_info();
+    get_product_hwmon_path();
+    scan_vpus_when_smi_inited();
 }
 
 // ---- Without the driver ----
@@ -343,13 +363,14 @@ void trace_snapshot(const char *function, const firmware_snapshot &taken, const 
 vekml_return_t vekml_init(void)
 {
     TRACE("enter vekml_init");
-    discover_vekgpu_devices();
-    get_product_name();
-    get_product_dbdf();
-    get_product_id();
-    get_link_info();
-    get_product_hwmon_path();
-    scan_vpus_when_smi_inited();
+    start();
+    return VEKML_SUCCESS;
+}
+
+vekml_return_t vekml_init_card(uint32_t card_index)
+{
+    TRACE("enter vekml_init_card");
+    start(card_index);
     return VEKML_SUCCESS;
 }
 

@@ -21,9 +21,9 @@ protected:
     {
         host.write(std::string(drm) + "/" + name + "/device/vendor", vendor);
     }
-    std::vector<std::uint32_t> cards_found()
+    std::vector<std::uint32_t> cards_found(const std::function<vekml_return_t()> &init = vekml_init)
     {
-        EXPECT_EQ(vekml_init(), VEKML_SUCCESS);
+        EXPECT_EQ(init(), VEKML_SUCCESS);
         std::vector<std::uint32_t> cards;
         for (std::uint32_t i = 0; i < globals.count; ++i) {
             EXPECT_EQ(globals.devices[i].table_index, i);
@@ -127,6 +127,48 @@ TEST_F(discovery_test, a_gpu_s_record)
     EXPECT_TRUE(logged("get_product_id", "vendor ID is 0x7665."));
     EXPECT_TRUE(logged("get_link_info", "curr_link_speed is: 8"));
     EXPECT_TRUE(logged("get_product_hwmon_path", "hwmon path name:/sys/class/drm/card1/device/hwmon/hwmon98"));
+}
+
+TEST_F(discovery_test, one_card_alone)
+{
+    add_card("card0", "0x1234\n");
+    add_card("card3");
+    add_card("card41");
+    const std::pair<std::uint32_t, cards> starts[] = {{41, {41}}, {3, {3}}, {0, {}}, {1, {}}, {UINT32_MAX, {}}};
+    for (const auto &[index, expected] : starts)
+        EXPECT_EQ(cards_found([n = index] { return vekml_init_card(n); }), expected) << index;
+    EXPECT_TRUE(logged("discover_vekgpu_devices", "count is: 3"));
+    EXPECT_EQ(vekml_init_card(3), VEKML_SUCCESS);
+    host.remove(drm);
+    EXPECT_EQ(standard_output([&] { EXPECT_EQ(cards_found([] { return vekml_init_card(3); }), cards{}); }),
+              "Open failed, there's no such path");
+}
+
+TEST_F(discovery_test, one_card_s_record_and_log_are_those_of_a_start_of_all)
+{
+    veksim::gpu_config config;
+    config.card = 1;
+    host.add_gpu(config);
+    host.make_directory(std::string(drm) + "/card1-DP-1");
+    const auto start_with = [&](const std::function<vekml_return_t()> &init) {
+        EXPECT_EQ(vekml_shutdown(), VEKML_SUCCESS);
+        host.remove("/tmp/smi.log");
+        EXPECT_EQ(cards_found(init), cards{1});
+        vekml_device_record_t record = globals.devices[0];
+        EXPECT_NE(record.last_sample_sec, 0u) << "the video engines' sample belongs to it";
+        record.last_sample_sec = record.last_sample_usec = 0;
+        std::string log;
+        for (const log_line &line : log_lines())
+            if (line.message.find("enter vekml_init") == std::string::npos)
+                log += line.file + " " + line.function + ": " + line.message + "\n";
+        return std::pair(std::string(reinterpret_cast<const char *>(&record), sizeof record), log);
+    };
+    start(); // the first start of a process also looks for the video libraries
+    const auto of_all = start_with(vekml_init);
+    const auto of_one = start_with([] { return vekml_init_card(1); });
+    EXPECT_TRUE(of_one.first == of_all.first);
+    EXPECT_EQ(of_one.second, of_all.second);
+    EXPECT_TRUE(logged("vekml_init_card", "enter vekml_init_card"));
 }
 
 TEST_F(discovery_test, link_generations_and_missing_link_nodes)

@@ -1,7 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
 # usage: exported_symbols.sh HEADER VERSION_SCRIPT LIBRARY NM
-# The names the header marks VEKML_API, those the version script lists and those the library exports are the same.
+# The names the header marks VEKML_API, those the version script lists and those the library exports are the same, and
+# the library exports each under the version that the script lists it in.
 set -eu
 export LC_ALL=C
 header=$1 script=$2 library=$3 nm=$4
@@ -32,18 +33,25 @@ awk '
         }
     }' "$header" | sort >"$dir/header"
 
-sed -n '/global:/,/local:/{/global:/d;/local:/d;s/[ \t;]//g;/^$/d;p;}' "$script" >"$dir/script"
+awk '
+    /\{$/ { node = $1 }
+    /local:|^\}/ { listed = 0 }
+    listed { sub(";", ""); print $1 "@@" node }
+    /global:/ { listed = 1 }' "$script" >"$dir/listed"
 
-# The one absolute symbol is the version node itself.
-"$nm" -D --defined-only "$library" | awk '$2 != "A" { sub(/@@VEKML_1$/, "", $3); print $3 }' | sort >"$dir/library"
+# The absolute symbols are the version nodes themselves.
+"$nm" -D --defined-only "$library" | awk '$2 != "A" { print $3 }' | sort >"$dir/library"
+sed 's/@@.*//' "$dir/listed" | sort >"$dir/names"
+sort "$dir/listed" >"$dir/script"
 
 status=0
 if ! [ -s "$dir/header" ]; then
     echo "no VEKML_API declaration in $header"
     status=1
 fi
-sort -c -u "$dir/script" || status=1
-for other in script library; do
-    diff -u --label "declared in the header" --label "in the $other" "$dir/header" "$dir/$other" || status=1
+for node in $(sed 's/.*@@//' "$dir/listed" | uniq); do
+    sed -n "s/@@$node\$//p" "$dir/listed" | sort -c -u || status=1
 done
+diff -u --label "declared in the header" --label "in the script" "$dir/header" "$dir/names" || status=1
+diff -u --label "in the script" --label "in the library" "$dir/script" "$dir/library" || status=1
 exit "$status"
