@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "node.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace readings {
+namespace {
+
+constexpr const char *blanks = " \t\r\n\v\f";
+
+std::string_view trimmed(std::string_view text)
+{
+    const std::size_t first = text.find_first_not_of(blanks);
+    return first == text.npos ? std::string_view() : text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+} // namespace
+
+missing lacking(const std::string &path, int error)
+{
+    switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+        return {reason::absent, 0, path};
+    case EACCES:
+    case EPERM:
+        return {reason::denied, error, path};
+    case EOPNOTSUPP:
+    case ENODATA:
+        return {reason::unsupported, error, path};
+    default:
+        return {reason::failed, error, path};
+    }
+}
+
+std::variant<std::string, missing> read_node(const std::string &path)
+{
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    if (file < 0)
+        return lacking(path, errno);
+    std::array<char, 4096> text;
+    const ssize_t length = read(file, text.data(), text.size());
+    const int error = errno;
+    close(file);
+    if (length < 0)
+        return lacking(path, error);
+    return std::string(text.data(), static_cast<std::size_t>(length));
+}
+
+value number_in(const std::string &path)
+{
+    const auto found = read_node(path);
+    if (const auto *why = std::get_if<missing>(&found))
+        return *why;
+    const std::string_view text = trimmed(std::get<std::string>(found));
+    std::int64_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (text.empty() || error != std::errc() || end != text.data() + text.size())
+        return missing{reason::malformed, 0, path};
+    return number;
+}
+
+const missing *lacks_number(const std::string &path, missing &why, std::int64_t lowest, std::int64_t highest)
+{
+    const value found = number_in(path);
+    if (const missing *none = why_missing(found))
+        why = *none;
+    else if (const std::int64_t number = std::get<std::int64_t>(found); number < lowest || number > highest)
+        why = {reason::malformed, 0, path};
+    else
+        return nullptr;
+    return &why;
+}
+
+} // namespace readings

@@ -1,0 +1,566 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "reader_pool.h"
+
+#include "cards.h"
+#include "message.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fmt/format.h>
+#include <list>
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+namespace readings {
+namespace {
+
+using clock = reader_pool::clock;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr auto longest_pause = seconds(60);
+constexpr auto first_pause = seconds(1);
+constexpr auto shortest_grace = seconds(2); // how long one that is stuck may still answer before it is killed
+
+// What has become of the process of a GPU, in the order of its life.
+enum class life : std::uint8_t {
+    none, // to be started when its time comes
+    running,
+    dying, // killed, and not reaped yet: an unkillable read
+};
+
+struct seat {            // of one GPU, or of a card that has not told yet
+    unsigned number = 0; // of the card, or out of band the position
+    std::string link_bus_id{};
+    bool present = true;
+    bool of_another_maker = false;
+    bool greeted = false; // told that it is ours
+    std::optional<unsigned> index{};
+
+    life alive = life::none;
+    std::optional<reader> process{};
+    assembly incoming{};
+    pid_t dying_pid = -1;
+    clock::time_point start_at{}; // not before
+    clock::time_point kill_at = clock::time_point::max();
+    clock::duration pause = first_pause;
+    clock::duration grace{};
+
+    gpu_state state = gpu_state::ok;
+    std::chrono::system_clock::time_point since{};
+    std::string detail{};
+
+    std::uint64_t asked = 0; // number of the request it is at, 0 when idle
+    bool wanted = false;     // takes part in this round
+    bool waited_for = false; // the round is not over without it
+    bool answered = false;
+    answer greeting{}; // who it is
+    answer said{};
+
+    void enter(gpu_state now, std::string why = {})
+    {
+        if (state != now)
+            since = std::chrono::system_clock::now();
+        state = now;
+        detail = std::move(why);
+    }
+};
+
+std::string death_of(int status)
+{
+    if (!WIFSIGNALED(status))
+        return fmt::format("the reader ended with {}", WEXITSTATUS(status));
+    const int signal = WTERMSIG(status);
+    const char *name = sigdescr_np(signal);
+    return fmt::format("signal {} ({})", signal, name == nullptr ? "unknown" : name);
+}
+
+} // namespace
+
+struct reader_pool::state {
+    pool_options wanted;
+    int events = epoll_create1(EPOLL_CLOEXEC);
+    std::list<seat> seats{};
+    unsigned next_index = 0;
+    std::uint64_t number = 0;
+    request asked{};
+    std::vector<unsigned> only{};
+    bool running = false;
+    clock::time_point began{}, deadline{};
+    milliseconds allowed{};
+    answers told{};
+
+    // ---- cards come and go
+
+    void look_around()
+    {
+        if (wanted.out_of_band) {
+            if (seats.empty())
+                seats.push_back({.number = 0});
+            return;
+        }
+        std::vector<card> cards = cards_of_host();
+        for (seat &s : seats) {
+            const auto found = std::find(cards.begin(), cards.end(), card{s.number, s.link_bus_id});
+            const bool was_present = s.present;
+            s.present = found != cards.end();
+            if (found != cards.end())
+                cards.erase(found);
+            if (was_present && !s.present)
+                leave(s);
+            if (!was_present && s.present)
+                come_back(s, s.number);
+        }
+        seats.remove_if([](const seat &s) { return !s.present && !s.index && s.alive == life::none; });
+        for (const card &c : cards)
+            welcome(c);
+    }
+
+    // A card with a new number may be a GPU that was here before.
+    void welcome(const card &c)
+    {
+        const auto known = std::find_if(seats.begin(), seats.end(), [&](const seat &s) {
+            return !s.present && !c.bus_id.empty() && s.link_bus_id == c.bus_id;
+        });
+        if (known != seats.end())
+            return come_back(*known, c.number);
+        const auto place = std::find_if(seats.begin(), seats.end(), [&](const seat &s) { return s.number > c.number; });
+        seats.insert(place, {.number = c.number, .link_bus_id = c.bus_id});
+    }
+
+    void leave(seat &s)
+    {
+        end_reader(s);
+        s.of_another_maker = false;
+        if (s.index)
+            s.enter(gpu_state::lost, "its card left /sys/class/drm");
+    }
+
+    static void come_back(seat &s, unsigned number)
+    {
+        s.present = true;
+        s.number = number;
+        s.start_at = {};
+        s.pause = first_pause;
+        s.enter(gpu_state::ok);
+    }
+
+    // ---- processes
+
+    void start_reader(seat &s)
+    {
+        s.process = reader::start({s.number, wanted.out_of_band, wanted.extensions});
+        if (!s.process) {
+            s.enter(gpu_state::crashed, fmt::format("no reader could be started: {}", std::strerror(errno)));
+            postpone(s);
+            return;
+        }
+        s.alive = life::running;
+        s.incoming.clear();
+        s.asked = 0;
+        s.kill_at = clock::time_point::max();
+        epoll_event event{.events = EPOLLIN, .data = {.ptr = &s}};
+        epoll_ctl(events, EPOLL_CTL_ADD, s.process->socket(), &event);
+    }
+
+    static void postpone(seat &s)
+    {
+        s.start_at = clock::now() + s.pause;
+        s.pause = std::min<clock::duration>(s.pause * 2, longest_pause);
+    }
+
+    void hang_up(seat &s)
+    {
+        epoll_ctl(events, EPOLL_CTL_DEL, s.process->socket(), nullptr);
+        s.process.reset();
+    }
+
+    // Kills it; what cannot die yet is reaped when it does.
+    void end_reader(seat &s)
+    {
+        if (s.alive == life::running) {
+            kill(s.process->pid(), SIGKILL);
+            s.dying_pid = s.process->pid();
+            s.alive = life::dying;
+            hang_up(s);
+        }
+        s.asked = 0;
+        s.kill_at = clock::time_point::max();
+        reap(s);
+    }
+
+    static bool reap(seat &s)
+    {
+        if (s.alive != life::dying)
+            return false;
+        int status = 0;
+        if (waitpid(s.dying_pid, &status, WNOHANG) == 0)
+            return false;
+        s.alive = life::none;
+        s.dying_pid = -1;
+        return true;
+    }
+
+    // Its socket ended, so the process has or will in a moment.
+    void bury(seat &s, std::string why)
+    {
+        const pid_t pid = s.process->pid();
+        int status = 0;
+        pid_t gone = 0;
+        for (int look = 0; look < 20 && gone == 0 && why.empty(); ++look) {
+            gone = waitpid(pid, &status, WNOHANG);
+            if (gone == 0)
+                std::this_thread::sleep_for(std::chrono::microseconds(500));
+        }
+        if (gone == pid) {
+            s.alive = life::none;
+            hang_up(s);
+            why = death_of(status);
+        } else {
+            end_reader(s);
+            why = why.empty() ? "the reader ended" : why;
+        }
+        s.asked = 0;
+        s.waited_for = false;
+        s.kill_at = clock::time_point::max();
+        if (s.of_another_maker)
+            return;
+        s.enter(gpu_state::crashed, std::move(why));
+        postpone(s);
+    }
+
+    // ---- messages
+
+    void receive(seat &s)
+    {
+        packet buffer(65536);
+        while (s.alive == life::running) {
+            const ssize_t length = recv(s.process->socket(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+            if (length < 0 && (errno == EAGAIN || errno == EINTR))
+                return;
+            if (length <= 0)
+                return bury(s, {});
+            const auto outcome = s.incoming.add(buffer.data(), static_cast<std::size_t>(length));
+            if (outcome == assembly::outcome::more)
+                continue;
+            if (outcome == assembly::outcome::garbage || !take(s, s.incoming.document()))
+                return bury(s, "the reader's answer makes no sense");
+        }
+    }
+
+    bool take(seat &s, const json &document)
+    {
+        const auto answered = number_of(document);
+        answer said;
+        if (!answered || !take_answer(document, said))
+            return false;
+        if (*answered == 0)
+            return greet(s, document, std::move(said));
+        if (*answered != s.asked || !s.greeted)
+            return false;
+        s.asked = 0;
+        s.kill_at = clock::time_point::max();
+        s.grace = {};
+        if (said.state == gpu_state::lost) {
+            s.enter(gpu_state::lost, "its configuration space reads all ones");
+        } else {
+            if (s.state == gpu_state::ok)
+                s.pause = first_pause;
+            s.enter(gpu_state::ok);
+        }
+        if (*answered == number && running) {
+            s.answered = said.state == gpu_state::ok;
+            s.said = std::move(said);
+            s.waited_for = false;
+        }
+        return true;
+    }
+
+    bool greet(seat &s, const json &document, answer said)
+    {
+        const auto ours = document.find("ours"), count = document.find("count");
+        if (ours == document.end() || !ours->is_boolean() || count == document.end() || !count->is_number_unsigned())
+            return false;
+        s.of_another_maker = !ours->get<bool>();
+        s.greeted = !s.of_another_maker;
+        s.greeting = std::move(said);
+        if (s.of_another_maker) {
+            s.waited_for = false;
+            s.wanted = false;
+            return true;
+        }
+        const std::uint64_t gpus = std::min<std::uint64_t>(count->get<std::uint64_t>(), VEKML_MAX_DEVICES);
+        for (auto last = seats.back().number; wanted.out_of_band && last + 1 < gpus; ++last) {
+            seats.push_back({.number = last + 1});
+            seats.back().wanted = s.wanted;
+            ask(seats.back());
+        }
+        return true;
+    }
+
+    // ---- a round
+
+    void ask(seat &s)
+    {
+        const bool was_stuck = s.state == gpu_state::stuck;
+        if (s.alive == life::none && s.present && clock::now() >= s.start_at)
+            start_reader(s);
+        if (s.alive == life::dying)
+            s.enter(gpu_state::stuck, "the last reader cannot be ended");
+        if (s.alive != life::running || s.asked != 0)
+            return;
+        if (!s.process->send(asked, number))
+            return bury(s, "the reader takes no requests");
+        s.asked = number;
+        s.waited_for = !was_stuck;
+    }
+
+    bool sleeps(const seat &s) const { return !wanted.out_of_band && !wanted.wake && is_asleep(s.number); }
+
+    // A GPU that sleeps is left alone, even to ask whether it is one of ours.
+    bool leaves_alone(seat &s)
+    {
+        if (!s.present || s.of_another_maker)
+            return true;
+        if (s.asked != 0 || s.state == gpu_state::stuck || !sleeps(s)) {
+            if (s.state == gpu_state::asleep)
+                s.enter(gpu_state::ok);
+            return false;
+        }
+        if (!s.greeted && is_of_another_maker(s.number))
+            s.wanted = false;
+        else
+            s.enter(gpu_state::asleep, "the device is suspended");
+        return true;
+    }
+
+    bool is_wanted(const seat &s) const
+    {
+        return only.empty() || (s.index && std::find(only.begin(), only.end(), *s.index) != only.end());
+    }
+
+    void begin(const request &what, milliseconds most, const std::vector<unsigned> &of)
+    {
+        finish(); // what was not over is told as it stands
+        asked = what;
+        only = of;
+        ++number;
+        began = clock::now();
+        allowed = most + what.extra;
+        deadline = began + allowed;
+        running = true;
+        look_around();
+        service();
+        for (seat &s : seats) {
+            s.answered = s.waited_for = false;
+            s.wanted = !s.of_another_maker && is_wanted(s);
+        }
+        for (seat &s : seats) {
+            if (s.wanted && !leaves_alone(s))
+                ask(s);
+        }
+        finish_if_over();
+    }
+
+    // What happens without being asked for: answers come, processes end, their time runs out.
+    void service()
+    {
+        epoll_event ready[32];
+        for (int count = 1; count > 0;) {
+            count = epoll_wait(events, ready, std::size(ready), 0);
+            for (int i = 0; i < count; ++i)
+                receive(*static_cast<seat *>(ready[i].data.ptr));
+        }
+        const auto now = clock::now();
+        for (seat &s : seats) {
+            if (now >= s.kill_at)
+                end_reader(s);
+            if (reap(s) && s.state == gpu_state::stuck && s.present)
+                probe(s);
+        }
+    }
+
+    // A stuck GPU is asked again once its reader could be ended: whether it starts is all there is to find out.
+    void probe(seat &s)
+    {
+        start_reader(s);
+        if (s.alive != life::running)
+            return;
+        if (s.process->send(request{}, probe_number))
+            s.asked = probe_number;
+        give_grace(s);
+    }
+
+    static void give_grace(seat &s)
+    {
+        s.grace = std::min<clock::duration>(std::max<clock::duration>(s.grace * 2, shortest_grace), longest_pause);
+        s.kill_at = clock::now() + s.grace;
+    }
+
+    void finish_if_over()
+    {
+        const bool waits = std::any_of(seats.begin(), seats.end(), [](const seat &s) { return s.waited_for; });
+        if (!waits)
+            return finish();
+        if (clock::now() < deadline)
+            return;
+        for (seat &s : seats) {
+            if (!s.waited_for)
+                continue;
+            s.enter(gpu_state::stuck, s.process->whereabouts());
+            s.since = std::chrono::system_clock::now() -
+                      std::chrono::duration_cast<std::chrono::system_clock::duration>(clock::now() - began);
+            s.waited_for = false;
+            give_grace(s);
+        }
+        finish();
+    }
+
+    // Ends the round: those that are to be shown get their index, and each says what it has to say.
+    void finish()
+    {
+        if (!running)
+            return;
+        running = false;
+        told.clear();
+        for (seat &s : seats) {
+            if (s.of_another_maker || (!s.wanted && !s.index) || (!s.present && !s.index))
+                continue;
+            if (!s.index)
+                s.index = next_index++;
+            if (s.wanted)
+                told.push_back(told_by(s));
+        }
+        std::sort(told.begin(), told.end(), [](const answer &a, const answer &b) { return a.index < b.index; });
+    }
+
+    answer told_by(seat &s)
+    {
+        answer one = s.answered ? std::move(s.said) : answer{};
+        one.state = s.answered ? gpu_state::ok : s.state;
+        if (!s.answered && one.state == gpu_state::ok) { // the round was cut short
+            one.state = gpu_state::stuck;
+            one.detail = "not waited for";
+        }
+        one.index = *s.index;
+        one.printed.insert(0, std::exchange(s.greeting.printed, {}));
+        if (!wanted.out_of_band || !s.greeting.driverless)
+            one.card = s.number;
+        one.driverless = s.greeting.driverless;
+        one.bus_id = s.link_bus_id.empty() ? s.greeting.bus_id : s.link_bus_id;
+        if (one.state != gpu_state::ok) {
+            if (one.detail.empty())
+                one.detail = s.detail;
+            one.since = s.since;
+            std::fill(one.values.begin(), one.values.end(), value(missing{reason_of(one.state)}));
+        }
+        for (const field *known : pick<"model", "name", "uuid">()) {
+            value &held = one.values[index_of(*known)];
+            if (!is_present(held) && s.greeted)
+                held = s.greeting[*known];
+        }
+        one.values[index_of(field_of("index"))] = std::uint64_t{one.index};
+        one.values[index_of(field_of("card"))] =
+            one.card ? value(std::uint64_t{*one.card}) : value(missing{reason::driverless});
+        one.values[index_of(field_of("state"))] = std::string(name_of(one.state));
+        one.values[index_of(field_of("bus_id"))] = one.bus_id.empty() ? value(missing{}) : value(one.bus_id);
+        return one;
+    }
+
+    std::optional<clock::time_point> due() const
+    {
+        constexpr auto reaping = milliseconds(10);
+        auto first = clock::time_point::max();
+        if (running)
+            first = deadline;
+        for (const seat &s : seats) {
+            first = std::min(first, s.kill_at);
+            if (s.alive == life::dying)
+                first = std::min(first, clock::now() + reaping);
+        }
+        return first == clock::time_point::max() ? std::nullopt : std::optional(first);
+    }
+
+    static constexpr std::uint64_t probe_number = UINT64_MAX;
+};
+
+reader_pool::reader_pool(pool_options wanted) : self_(std::make_unique<state>(state{.wanted = wanted})) {}
+
+reader_pool::~reader_pool()
+{
+    for (seat &s : self_->seats)
+        self_->end_reader(s);
+    // Those that can die do so within a moment; nobody waits for the others.
+    for (int look = 0; look < 50; ++look) {
+        bool all = true;
+        for (seat &s : self_->seats)
+            all &= state::reap(s) || s.alive == life::none;
+        if (all)
+            break;
+        std::this_thread::sleep_for(milliseconds(1));
+    }
+    close(self_->events);
+}
+
+void reader_pool::begin(const request &asked, const std::vector<unsigned> &only)
+{
+    self_->begin(asked, self_->wanted.deadline, only);
+}
+
+void reader_pool::begin(const request &asked, milliseconds deadline, const std::vector<unsigned> &only)
+{
+    self_->begin(asked, deadline, only);
+}
+
+bool reader_pool::advance()
+{
+    self_->service();
+    if (self_->running)
+        self_->finish_if_over();
+    return !self_->running;
+}
+
+bool reader_pool::is_over() const
+{
+    return !self_->running;
+}
+
+const answers &reader_pool::result() const
+{
+    return self_->told;
+}
+
+int reader_pool::descriptor() const
+{
+    return self_->events;
+}
+
+std::optional<clock::time_point> reader_pool::due() const
+{
+    return self_->due();
+}
+
+answers reader_pool::round(const request &asked, const std::vector<unsigned> &only, int stop)
+{
+    begin(asked, only);
+    while (!is_over()) {
+        pollfd watched[] = {{self_->events, POLLIN, 0}, {stop, POLLIN, 0}};
+        const auto left = due().value_or(clock::now()) - clock::now();
+        const auto until = std::chrono::ceil<milliseconds>(std::max<clock::duration>(left, clock::duration::zero()));
+        poll(watched, stop < 0 ? 1 : 2, static_cast<int>(until.count()));
+        if ((watched[1].revents & (POLLIN | POLLHUP | POLLERR)) != 0)
+            self_->finish();
+        else
+            advance();
+    }
+    return result();
+}
+
+} // namespace readings
