@@ -41,8 +41,15 @@ void hide_addresses(std::string &line)
     }
 }
 
-// Without what differs from run to run and from machine to machine: time, process, source lines, addresses, and what
-// libva says of itself.
+void hide_descriptors(std::string &line)
+{
+    const std::string descriptor = "(fd:";
+    if (const std::size_t at = line.find(descriptor); at != std::string::npos && line[at + descriptor.size()] != '-')
+        line.replace(at, line.find(')', at) - at, "(fd:OPEN");
+}
+
+// Without what differs from run to run and from machine to machine: time, process, source lines, addresses,
+// descriptors, and what libva says of itself.
 lines normalised(const std::string &log)
 {
     const std::string of_libva = "libva-info:[";
@@ -51,6 +58,7 @@ lines normalised(const std::string &log)
     for (std::string line; std::getline(stream, line);) {
         shorten_prefixes(line);
         hide_addresses(line);
+        hide_descriptors(line);
         if (const std::size_t at = line.find(of_libva); at != std::string::npos) {
             while (!line.ends_with(']') && std::getline(stream, line))
                 ;
