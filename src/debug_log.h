@@ -13,23 +13,27 @@ struct trace_site {
     const char *file;
     int line;
     const char *function;
+
+    /** Another step of the same call. */
+    trace_site step(const char *name) const { return {file, line, name}; }
 };
 
 } // namespace vekml
 
 /** One line of the debug log; the format is a literal without its final newline. Not for lambdas: the line names the
  *  enclosing function, which in a lambda would be operator(). */
-#define TRACE(format, ...) TRACE_OPEN(format "\n" __VA_OPT__(, ) __VA_ARGS__)
+#define TRACE(format, ...) TRACE_AS(__func__, format __VA_OPT__(, ) __VA_ARGS__)
 
 /** A message that ends as its format does, without a newline of its own. */
-#define TRACE_OPEN(format, ...) TRACE_AS(__func__, format __VA_OPT__(, ) __VA_ARGS__)
+#define TRACE_OPEN(format, ...) \
+    ::vekml::vekml_debug_log(__FILE__, __LINE__, __func__, format __VA_OPT__(, ) __VA_ARGS__)
 
-/** A message under the name of a step that is not the enclosing function. */
+/** One line under the name of a step that is not the enclosing function. */
 #define TRACE_AS(step, format, ...) \
-    ::vekml::vekml_debug_log(__FILE__, __LINE__, step, format __VA_OPT__(, ) __VA_ARGS__)
+    ::vekml::vekml_debug_log(__FILE__, __LINE__, step, format "\n" __VA_OPT__(, ) __VA_ARGS__)
 
 #define TRACE_SITE(step) (::vekml::trace_site{__FILE__, __LINE__, step})
 
-/** One line of the debug log in the name of a site. */
+/** One line in the name of a site, its file included. */
 #define TRACE_FOR(site, format, ...) \
     ::vekml::vekml_debug_log((site).file, (site).line, (site).function, format "\n" __VA_OPT__(, ) __VA_ARGS__)

@@ -69,4 +69,28 @@ debugfs_dump read_debugfs_dump(const char *path)
     return dump;
 }
 
+void trace_failure(const trace_site &site, const debugfs_dump &dump, const char *path, const dump_task &task)
+{
+    const int size = static_cast<int>(dump.size);
+    switch (dump.failed) {
+    case debugfs_dump::step::none:
+        break;
+    case debugfs_dump::step::allocate:
+        TRACE_FOR(site, "%s %d bytes to readbuf!", task.no_memory, size);
+        break;
+    case debugfs_dump::step::open:
+        TRACE_FOR(site, "%s, open %s(fd:%d) error! errmsg:%s", task.name, path, dump.descriptor, strerror(dump.error));
+        break;
+    case debugfs_dump::step::read:
+        TRACE_FOR(site, "%s, read %s(fd:%d) error! errmsg:%s", task.name, path, dump.descriptor, strerror(dump.error));
+        break;
+    case debugfs_dump::step::grow:
+        TRACE_FOR(site, "An error occurred when remalloc %d bytes to readbuf!", size * 2);
+        break;
+    case debugfs_dump::step::reread:
+        TRACE_FOR(site, "reread failed!");
+        break;
+    }
+}
+
 } // namespace vekml

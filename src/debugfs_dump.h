@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "debug_log.h"
 #include "raii.h"
 
 #include <cstddef>
@@ -27,5 +28,14 @@ struct debugfs_dump {
 /** Read a file that does not tell its size: one read of 16384 bytes and, for as long as a read fills its part of the
  *  buffer, a doubled buffer and a read into the new half, up to the largest size. */
 debugfs_dump read_debugfs_dump(const char *path);
+
+/** What a dump is read for; each task has its own words in the log. */
+struct dump_task {
+    const char *name;
+    const char *no_memory;
+};
+
+/** Log the step that failed, if any. */
+void trace_failure(const trace_site &site, const debugfs_dump &dump, const char *path, const dump_task &task);
 
 } // namespace vekml

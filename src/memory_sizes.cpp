@@ -1,8 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "memory_sizes.h"
 
+#include "debugfs_dump.h"
+#include "vek_smi_utils.h"
+
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
@@ -77,6 +82,44 @@ const char *cut_to_memory_sizes(char *dump)
         return dump + (static_cast<std::size_t>(rest.data() - text.data()) - label.size());
     }
     return "";
+}
+
+void complete_memory(const trace_site &site, vekml_mem_info_t *memory)
+{
+    memory->fb_used = memory->fb_total - memory->fb_free;
+    memory->sys_used = memory->sys_total - memory->sys_free;
+    TRACE_FOR(site, "memory->: fb_free:%lu, fb_total:%lu, fb_used:%lu; sys_free:%lu, sys_total:%lu, sys_used:%lu",
+              memory->fb_free, memory->fb_total, memory->fb_used, memory->sys_free, memory->sys_total,
+              memory->sys_used);
+}
+
+bool read_memory_dump(const trace_site &site, std::uint32_t table_index, vekml_mem_info_t *memory)
+{
+    constexpr dump_task task{"get gpu mem info", "get gpu mem info, An error occurred when malloc"};
+
+    char path[64];
+    snprintf(path, sizeof path, "/sys/kernel/debug/vekgpu/gpu%02d/debug_dump", static_cast<int>(table_index));
+    const debugfs_dump dump = read_debugfs_dump(path);
+    trace_failure(site, dump, path, task);
+    if (!dump.has_text())
+        return false;
+    TRACE_FOR(site, "Buffer size:%d\n\n%s", static_cast<int>(dump.size), dump.text.get());
+    TRACE_FOR(site, "memory address is %p", static_cast<void *>(memory));
+
+    unique_text found[5]; // the match and its four numbers
+    pick_regex(cut_to_memory_sizes(dump.text.get()), memory_sizes_pattern, 4, found);
+    const auto number = [&](int group) { return found[group] ? found[group].get() : ""; };
+    TRACE_FOR(site, "value1:%s, value2:%s, value3:%s, value4:%s", number(1), number(2), number(3), number(4));
+    TRACE_FOR(site, "memory address is %p", static_cast<void *>(memory));
+    const auto size = [&](int group) { return static_cast<std::uint64_t>(strtoll(number(group), nullptr, 10)); };
+    *memory = {.fb_free = size(1),
+               .fb_total = size(2),
+               .fb_used = 0,
+               .sys_free = size(3),
+               .sys_total = size(4),
+               .sys_used = 0};
+    complete_memory(site, memory);
+    return true;
 }
 
 } // namespace vekml

@@ -2,12 +2,41 @@
 #include "process_list.h"
 
 #include "drm_card.h"
+#include "number_scan.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+
+const char *const process_mem_info[VEKML_PROCESS_STATISTICS] = {
+    "PID",
+    "MemoryUsageKMalloc",
+    "MemoryUsageKMallocMax",
+    "MemoryUsageVMalloc",
+    "MemoryUsageVMallocMax",
+    "MemoryUsageAllocPTMemoryUMA",
+    "MemoryUsageAllocPTMemoryUMAMax",
+    "MemoryUsageVMapPTUMA",
+    "MemoryUsageVMapPTUMAMax",
+    "MemoryUsageAllocPTMemoryLMA",
+    "MemoryUsageAllocPTMemoryLMAMax",
+    "MemoryUsageIORemapPTLMA",
+    "MemoryUsageIORemapPTLMAMax",
+    "MemoryUsageAllocGPUMemLMA",
+    "MemoryUsageAllocGPUMemLMAMax",
+    "MemoryUsageAllocGPUMemUMA",
+    "MemoryUsageAllocGPUMemUMAMax",
+    "MemoryUsageMappedGPUMemUMA/LMA",
+    "MemoryUsageMappedGPUMemUMA/LMAMax",
+    "MemoryUsageDmaBufImport",
+    "MemoryUsageDmaBufImportMax",
+    "MemoryUsageTotal",
+    "MemoryUsageTotalMax",
+};
+// The same table under its older name.
+extern const char *const meminfo[VEKML_PROCESS_STATISTICS] __attribute__((alias("process_mem_info")));
 
 namespace vekml {
 namespace {
@@ -44,6 +73,34 @@ void take_entries(request_memory &memory)
 process_row make_row(std::uint32_t pid, const std::int64_t (&statistics)[VEKML_PROCESS_STATISTICS - 1])
 {
     return {{pid, statistics[local_memory_label - 1], statistics[total_memory_label - 1]}, false};
+}
+
+process_rows read_entries(const trace_site &site, const long_text_node &node, std::size_t *entries)
+{
+    number_scan scan(node.text());
+    std::uint64_t memory_size = 0;
+    std::uint32_t count = 0;
+    scan >> memory_size >> memory_size >> memory_size >> memory_size >> count;
+    TRACE_FOR(site, "temp_num:%u", count);
+
+    constexpr std::size_t shortest_entry = 2 * VEKML_PROCESS_STATISTICS;
+    const std::size_t room = std::min<std::size_t>(count, node.length() / shortest_entry + 1);
+    process_rows rows(static_cast<process_row *>(calloc(room + 1, sizeof(process_row))));
+    if (!rows)
+        return rows;
+    for (*entries = 0; *entries < room; ++*entries) {
+        std::uint32_t pid = 0;
+        if (!(scan >> pid))
+            break;
+        TRACE_FOR(site, "&gpu_mem[i]->ui32Pid:%u", pid);
+        std::int64_t statistics[VEKML_PROCESS_STATISTICS - 1] = {};
+        for (std::int64_t &value : statistics) {
+            scan >> value;
+            TRACE_FOR(site, "gpu_mem[i]->i64StatValue[j]:%ld", value);
+        }
+        rows[*entries] = make_row(pid, statistics);
+    }
+    return rows;
 }
 
 process_list::census process_list::drop_ended(std::span<process_row> rows, std::size_t passed_over,
@@ -130,7 +187,8 @@ bool process_list::select(std::span<process_row> rows, const process_slots &out,
     return true;
 }
 
-int process_list::request(std::uint32_t card_index, const process_slots &out, std::uint64_t *count) const
+int process_list::request(std::uint32_t card_index, failures failing, const process_slots &out,
+                          std::uint64_t *count) const
 {
     const std::unique_ptr<request_memory, memory_releaser> memory(
         static_cast<request_memory *>(calloc(1, sizeof(request_memory))));
@@ -143,7 +201,7 @@ int process_list::request(std::uint32_t card_index, const process_slots &out, st
     }
     const int result = card.request(process_statistics, memory->reply);
     TRACE_FOR(site_, "ret %d", result);
-    if (result < 0 || (result > 0 && words_ == wording::query))
+    if (result < 0 || (result > 0 && failing == failures::nonzero))
         return result;
     if (words_ == wording::query)
         TRACE_FOR(site_, "%zu", sizeof(gpu_mem));

@@ -3,10 +3,12 @@
 
 #include "debug_log.h"
 #include "raii.h"
-#include "vek_smi_utils.h"
+#include "text_node.h"
 #include "vekml.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 
 namespace vekml {
@@ -28,7 +30,13 @@ struct process_row {
     bool picked;
 };
 
+using process_rows = std::unique_ptr<process_row[], memory_releaser>;
+
 process_row make_row(std::uint32_t pid, const std::int64_t (&statistics)[VEKML_PROCESS_STATISTICS - 1]);
+
+/** Read the entries behind the four memory sizes. The count is the driver's word alone: what the text does not hold is
+ *  neither read nor made room for. */
+process_rows read_entries(const trace_site &site, const long_text_node &node, std::size_t *entries);
 
 /** Where the processes that are reported go. */
 struct process_slots {
@@ -39,7 +47,7 @@ struct process_slots {
 /** Chooses the processes to report among those that the driver lists, telling each step to the log. */
 class process_list {
 public:
-    /** Each caller of the list has its own words in the log. */
+    /** Each caller of the list has its own words in the log; nothing else depends on it. */
     enum class wording { node, request, query };
 
     process_list(const trace_site &site, wording words) : site_(site), words_(words) {}
@@ -58,8 +66,11 @@ public:
     /** Report the rows with most local memory, the largest first. False when a process's name cannot be had. */
     bool select(std::span<process_row> rows, const process_slots &out, std::uint64_t *count) const;
 
+    /** Results of the request that are failures; not every caller minds positive ones. */
+    enum class failures { negative, nonzero };
+
     /** Both of the above with what the driver delivers on request; 0, or the failure of a step. */
-    int request(std::uint32_t card_index, const process_slots &out, std::uint64_t *count) const;
+    int request(std::uint32_t card_index, failures failing, const process_slots &out, std::uint64_t *count) const;
 
 private:
     void trace_examined(std::size_t index, std::uint64_t pid) const;

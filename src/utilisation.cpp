@@ -6,6 +6,10 @@
 #include "regular_expression.h"
 #include "vek_smi_utils.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
 #include <iterator>
 
 namespace vekml {
@@ -88,6 +92,29 @@ bool parse_util_status(const char *text, vekml_util_info_t *util)
     const auto group = [&](std::size_t i) { return static_cast<std::uint32_t>(decimal(text + matches[i].rm_so)); };
     *util = {group(1), group(2), group(3), group(4), group(5)};
     return true;
+}
+
+vekml_return_t read_util_status(const trace_site &site, vekml_util_info_t *util)
+{
+    constexpr char path[] = "/sys/kernel/debug/vekgpu/status";
+
+    const unique_fd status(open(path, O_RDONLY | O_CLOEXEC));
+    if (!status) {
+        TRACE_FOR(site, "get gpu ultilization, open %s(fd:%d) error! errmsg:%s", path, status.get(), strerror(errno));
+        return VEKML_ERROR_NODE_IO;
+    }
+    char text[500];
+    const ssize_t length = read(status.get(), text, sizeof text);
+    if (length < 0) {
+        TRACE_FOR(site, "get gpu ultilization, read %s(fd:%d) error! errmsg:%s", path, status.get(), strerror(errno));
+        return VEKML_ERROR_NODE_IO;
+    }
+    text[std::max<ssize_t>(length, 1) - 1] = '\0'; // the last line's end
+    if (!parse_util_status(text, util)) {
+        TRACE_FOR(site, "get gpu ultilization, read %s(fd:%d) not find matched info!", path, status.get());
+        return VEKML_ERROR_NOT_FOUND;
+    }
+    return VEKML_SUCCESS;
 }
 
 } // namespace vekml

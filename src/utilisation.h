@@ -30,4 +30,7 @@ vekml_util_info_t percentages(const vekml_util_counters_t &counters);
 /** Take the percentages out of the debugfs status text; false when it lacks any of them. */
 bool parse_util_status(const char *text, vekml_util_info_t *util);
 
+/** Take the percentages from the debugfs status file. */
+vekml_return_t read_util_status(const trace_site &site, vekml_util_info_t *util);
+
 } // namespace vekml

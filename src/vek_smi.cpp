@@ -342,20 +342,20 @@ void store_snapshot(vekml_device_record_t &device, const firmware_snapshot &take
 /** Log a snapshot as the exported function that took it. */
 void trace_snapshot(const char *function, const firmware_snapshot &taken, const vekml_device_record_t &device)
 {
-    TRACE_AS(function, "fwinfo->gpuInfo.gpuFreq = %d\n", taken.clock_index);
-    TRACE_AS(function, "gpu_clock_freq = %d\n", static_cast<int>(taken.clock_hz));
-    TRACE_AS(function, "fwinfo->gddrInfo.gddrSpeed = %d\n", taken.memory_speed_index);
-    TRACE_AS(function, " gddr_size = %d, gddr_speed = %lu, gddr_temp = %d\n", taken.memory_gib, taken.memory_speed,
+    TRACE_AS(function, "fwinfo->gpuInfo.gpuFreq = %d", taken.clock_index);
+    TRACE_AS(function, "gpu_clock_freq = %d", static_cast<int>(taken.clock_hz));
+    TRACE_AS(function, "fwinfo->gddrInfo.gddrSpeed = %d", taken.memory_speed_index);
+    TRACE_AS(function, " gddr_size = %d, gddr_speed = %lu, gddr_temp = %d", taken.memory_gib, taken.memory_speed,
              taken.memory_temperature);
     const unsigned long core_voltage = taken.core_voltage; // both cores report one reading
-    TRACE_AS(function, "gpu_core0_volt = %lu, gpu_core1_volt = %lu\n", core_voltage, core_voltage);
-    TRACE_AS(function, "fwinfo->curVolt = %d\n", taken.present_voltage);
-    TRACE_AS(function, " fw_info_ver = %d, fw_ver = %d\n", taken.block_version, taken.firmware_version);
-    TRACE_AS(function, " fw_ver_str = %s\n", taken.firmware_version_text);
-    TRACE_AS(function, " vbios_ver = %d, vbios_ver_str = %s\n", taken.vbios_version, taken.vbios_version_text);
-    TRACE_AS(function, "vbiosVerString = %s\n", device.vbios_version_text);
-    TRACE_AS(function, "fw_version = %s\n", device.fw_version_text);
-    TRACE_AS(function, " cur_rpm = %d, min_rpm = %d, max_rpm = %d\n", taken.rpm, taken.lowest_rpm, taken.highest_rpm);
+    TRACE_AS(function, "gpu_core0_volt = %lu, gpu_core1_volt = %lu", core_voltage, core_voltage);
+    TRACE_AS(function, "fwinfo->curVolt = %d", taken.present_voltage);
+    TRACE_AS(function, " fw_info_ver = %d, fw_ver = %d", taken.block_version, taken.firmware_version);
+    TRACE_AS(function, " fw_ver_str = %s", taken.firmware_version_text);
+    TRACE_AS(function, " vbios_ver = %d, vbios_ver_str = %s", taken.vbios_version, taken.vbios_version_text);
+    TRACE_AS(function, "vbiosVerString = %s", device.vbios_version_text);
+    TRACE_AS(function, "fw_version = %s", device.fw_version_text);
+    TRACE_AS(function, " cur_rpm = %d, min_rpm = %d, max_rpm = %d", taken.rpm, taken.lowest_rpm, taken.highest_rpm);
 }
 
 } // namespace

@@ -11,12 +11,10 @@
 #include "vek_smi_utils.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <iterator>
 #include <unistd.h>
 
@@ -171,18 +169,18 @@ vekml_return_t get_fill_rate(const char *function, vekml_device_t device, float 
     uint32_t cores = 0;
     vekml_return_t result = vekml_device_get_num_gpu_cores(device, &cores);
     if (result != VEKML_SUCCESS) {
-        TRACE_AS(function, "call vekml_device_get_num_gpu_cores to get gpu cores failed.\n");
+        TRACE_AS(function, "call vekml_device_get_num_gpu_cores to get gpu cores failed.");
         return result;
     }
     uint32_t gfx_max = 0;
     result = vekml_device_get_gfx_clock_max(device, &gfx_max);
     if (result != VEKML_SUCCESS) {
-        TRACE_AS(function, "call vekml_device_get_gfx_clock_max to the gfx max failed.\n");
+        TRACE_AS(function, "call vekml_device_get_gfx_clock_max to the gfx max failed.");
         return result;
     }
     const float gfx_max_ghz = static_cast<float>(static_cast<int32_t>(gfx_max)) / 1000.0F;
     *rate = static_cast<float>(static_cast<int32_t>(cores)) * per_clock * gfx_max_ghz;
-    TRACE_AS(function, "gpu core:%d gfx_max:%d gfx_max_ghz:%.2f\n", cores, gfx_max, static_cast<double>(gfx_max_ghz));
+    TRACE_AS(function, "gpu core:%d gfx_max:%d gfx_max_ghz:%.2f", cores, gfx_max, static_cast<double>(gfx_max_ghz));
     return VEKML_SUCCESS;
 }
 
@@ -474,53 +472,12 @@ vekml_return_t vekml_device_get_primary_core_id(vekml_device_t device, char *dst
     return get_text<20>(device->hwmon_path, "/vek_gpu_primary_core_id", dst);
 }
 
-// ---- Reading the debugfs dump -------------------------------------------------------------------------------
-
-namespace {
-
-/** What the dump is read for; each task has its own words in the log. */
-struct dump_task {
-    const char *name;
-    const char *no_memory;
-};
-
-constexpr dump_task driver_version_task{"get gpu driver version", "An error occurred when malloc"};
-constexpr dump_task memory_task{"get gpu mem info", "get gpu mem info, An error occurred when malloc"};
-
-/** Log the step that failed, if any. */
-void trace_dump_failure(const char *function, const debugfs_dump &dump, const char *path, const dump_task &task)
-{
-    const int size = static_cast<int>(dump.size);
-    switch (dump.failed) {
-    case debugfs_dump::step::none:
-        break;
-    case debugfs_dump::step::allocate:
-        TRACE_AS(function, "%s %d bytes to readbuf!\n", task.no_memory, size);
-        break;
-    case debugfs_dump::step::open:
-        TRACE_AS(function, "%s, open %s(fd:%d) error! errmsg:%s\n", task.name, path, dump.descriptor,
-                 strerror(dump.error));
-        break;
-    case debugfs_dump::step::read:
-        TRACE_AS(function, "%s, read %s(fd:%d) error! errmsg:%s\n", task.name, path, dump.descriptor,
-                 strerror(dump.error));
-        break;
-    case debugfs_dump::step::grow:
-        TRACE_AS(function, "An error occurred when remalloc %d bytes to readbuf!\n", size * 2);
-        break;
-    case debugfs_dump::step::reread:
-        TRACE_AS(function, "reread failed!\n");
-        break;
-    }
-}
-
-} // namespace
-
 // ---- Driver versions ----------------------------------------------------------------------------------------
 
 namespace {
 
 constexpr char not_available[] = "N/A";
+constexpr dump_task driver_version_task{"get gpu driver version", "An error occurred when malloc"};
 
 vekml_return_t vekml_device_get_driver_version_helper_v2(vekml_device_t device, vekml_driver_version_t *version)
 {
@@ -555,7 +512,7 @@ vekml_return_t vekml_device_get_driver_version_helper_v1(vekml_driver_version_t 
         return VEKML_ERROR_NO_PERMISSION;
     }
     const debugfs_dump dump = read_debugfs_dump(path);
-    trace_dump_failure(__func__, dump, path, driver_version_task);
+    trace_failure(TRACE_SITE(__func__), dump, path, driver_version_task);
     if (!dump.has_text())
         return VEKML_ERROR_NODE_IO;
     TRACE("%s", dump.text.get());
@@ -664,37 +621,7 @@ vekml_return_t vekml_device_get_display_status(vekml_device_t device, uint32_t *
 
 // ---- Utilisation, memory, processes -------------------------------------------------------------------------
 
-const char *const process_mem_info[VEKML_PROCESS_STATISTICS] = {
-    "PID",
-    "MemoryUsageKMalloc",
-    "MemoryUsageKMallocMax",
-    "MemoryUsageVMalloc",
-    "MemoryUsageVMallocMax",
-    "MemoryUsageAllocPTMemoryUMA",
-    "MemoryUsageAllocPTMemoryUMAMax",
-    "MemoryUsageVMapPTUMA",
-    "MemoryUsageVMapPTUMAMax",
-    "MemoryUsageAllocPTMemoryLMA",
-    "MemoryUsageAllocPTMemoryLMAMax",
-    "MemoryUsageIORemapPTLMA",
-    "MemoryUsageIORemapPTLMAMax",
-    "MemoryUsageAllocGPUMemLMA",
-    "MemoryUsageAllocGPUMemLMAMax",
-    "MemoryUsageAllocGPUMemUMA",
-    "MemoryUsageAllocGPUMemUMAMax",
-    "MemoryUsageMappedGPUMemUMA/LMA",
-    "MemoryUsageMappedGPUMemUMA/LMAMax",
-    "MemoryUsageDmaBufImport",
-    "MemoryUsageDmaBufImportMax",
-    "MemoryUsageTotal",
-    "MemoryUsageTotalMax",
-};
-// The same table under its older name.
-extern const char *const meminfo[VEKML_PROCESS_STATISTICS] __attribute__((alias("process_mem_info")));
-
 namespace {
-
-constexpr char util_status_path[] = "/sys/kernel/debug/vekgpu/status";
 
 // ---- Utilisation: steps ----
 
@@ -760,41 +687,10 @@ bool vekml_device_get_util_info_helper_v2(vekml_device_t device, vekml_util_info
 vekml_return_t vekml_device_get_util_info_helper_v1(vekml_util_info_t *util)
 {
     TRACE("enter vekml_device_get_util_info_helper_v1");
-    if (!is_root())
-        return VEKML_ERROR_NO_PERMISSION;
-    const unique_fd status(open(util_status_path, O_RDONLY | O_CLOEXEC));
-    if (!status) {
-        TRACE("get gpu ultilization, open %s(fd:%d) error! errmsg:%s", util_status_path, status.get(), strerror(errno));
-        return VEKML_ERROR_NODE_IO;
-    }
-    char text[500];
-    const ssize_t length = read(status.get(), text, sizeof text);
-    if (length < 0) {
-        TRACE("get gpu ultilization, read %s(fd:%d) error! errmsg:%s", util_status_path, status.get(), strerror(errno));
-        return VEKML_ERROR_NODE_IO;
-    }
-    text[std::max<ssize_t>(length, 1) - 1] = '\0'; // the last line's end
-    if (!parse_util_status(text, util)) {
-        TRACE("get gpu ultilization, read %s(fd:%d) not find matched info!", util_status_path, status.get());
-        return VEKML_ERROR_NOT_FOUND;
-    }
-    return VEKML_SUCCESS;
+    return is_root() ? read_util_status(TRACE_SITE(__func__), util) : VEKML_ERROR_NO_PERMISSION;
 }
 
 // ---- Memory: steps ----
-
-/** The used sizes follow from the others, whatever those are. */
-void complete(vekml_mem_info_t *memory)
-{
-    memory->fb_used = memory->fb_total - memory->fb_free;
-    memory->sys_used = memory->sys_total - memory->sys_free;
-}
-
-void trace_memory(const char *step, const vekml_mem_info_t &memory)
-{
-    TRACE_AS(step, "memory->: fb_free:%lu, fb_total:%lu, fb_used:%lu; sys_free:%lu, sys_total:%lu, sys_used:%lu\n",
-             memory.fb_free, memory.fb_total, memory.fb_used, memory.sys_free, memory.sys_total, memory.sys_used);
-}
 
 bool vekml_device_get_mem_info_helper_v2(vekml_device_t device, vekml_mem_info_t *memory)
 {
@@ -807,8 +703,7 @@ bool vekml_device_get_mem_info_helper_v2(vekml_device_t device, vekml_mem_info_t
         return false;
     }
     number_scan(node.text()) >> memory->fb_free >> memory->fb_total >> memory->sys_free >> memory->sys_total;
-    complete(memory);
-    trace_memory(__func__, *memory);
+    complete_memory(TRACE_SITE(__func__), memory);
     TRACE("exit vekml_device_get_mem_info_helper_v2");
     return true;
 }
@@ -816,71 +711,18 @@ bool vekml_device_get_mem_info_helper_v2(vekml_device_t device, vekml_mem_info_t
 vekml_return_t vekml_device_get_mem_info_helper_v1(vekml_device_t device, vekml_mem_info_t *memory)
 {
     TRACE("enter vekml_device_get_mem_info_helper_v1");
-    char path[64];
-    snprintf(path, sizeof path, "/sys/kernel/debug/vekgpu/gpu%02d/debug_dump", static_cast<int>(device->table_index));
     if (!is_root()) {
         TRACE("system is not root");
         *memory = {};
         return VEKML_ERROR_NO_PERMISSION;
     }
-    const debugfs_dump dump = read_debugfs_dump(path);
-    trace_dump_failure(__func__, dump, path, memory_task);
-    if (!dump.has_text())
+    if (!read_memory_dump(TRACE_SITE(__func__), device->table_index, memory))
         return VEKML_ERROR_NODE_IO;
-    TRACE("Buffer size:%d\n\n%s", static_cast<int>(dump.size), dump.text.get());
-    TRACE("memory address is %p", static_cast<void *>(memory));
-
-    unique_text found[5]; // the match and its four numbers
-    pick_regex(cut_to_memory_sizes(dump.text.get()), memory_sizes_pattern, 4, found);
-    const auto number = [&](int group) { return found[group] ? found[group].get() : ""; };
-    TRACE("value1:%s, value2:%s, value3:%s, value4:%s", number(1), number(2), number(3), number(4));
-    TRACE("memory address is %p", static_cast<void *>(memory));
-    const auto size = [&](int group) { return static_cast<uint64_t>(strtoll(number(group), nullptr, 10)); };
-    *memory = {.fb_free = size(1),
-               .fb_total = size(2),
-               .fb_used = 0,
-               .sys_free = size(3),
-               .sys_total = size(4),
-               .sys_used = 0};
-    complete(memory);
-    trace_memory(__func__, *memory);
     TRACE("exit vekml_device_get_mem_info_helper_v1");
     return VEKML_SUCCESS;
 }
 
 // ---- Processes: steps ----
-
-using process_rows = std::unique_ptr<process_row[], memory_releaser>;
-
-/** Read the entries behind the four memory sizes. The count is the driver's word alone: what the text does not hold is
- *  neither read nor made room for. */
-process_rows read_entries(const char *step, const long_text_node &node, std::size_t *entries)
-{
-    number_scan scan(node.text());
-    std::uint64_t memory_size = 0;
-    std::uint32_t count = 0;
-    scan >> memory_size >> memory_size >> memory_size >> memory_size >> count;
-    TRACE_AS(step, "temp_num:%u\n", count);
-
-    constexpr std::size_t shortest_entry = 2 * VEKML_PROCESS_STATISTICS;
-    const std::size_t room = std::min<std::size_t>(count, node.length() / shortest_entry + 1);
-    process_rows rows(static_cast<process_row *>(calloc(room + 1, sizeof(process_row))));
-    if (!rows)
-        return rows;
-    for (*entries = 0; *entries < room; ++*entries) {
-        std::uint32_t pid = 0;
-        if (!(scan >> pid))
-            break;
-        TRACE_AS(step, "&gpu_mem[i]->ui32Pid:%u\n", pid);
-        std::int64_t statistics[VEKML_PROCESS_STATISTICS - 1] = {};
-        for (std::int64_t &value : statistics) {
-            scan >> value;
-            TRACE_AS(step, "gpu_mem[i]->i64StatValue[j]:%ld\n", value);
-        }
-        rows[*entries] = make_row(pid, statistics);
-    }
-    return rows;
-}
 
 bool vekml_device_get_process_info_helper_v2(vekml_device_t device, vekml_process_info_t *info)
 {
@@ -893,7 +735,7 @@ bool vekml_device_get_process_info_helper_v2(vekml_device_t device, vekml_proces
         return false;
     }
     std::size_t entries = 0;
-    const process_rows rows = read_entries(__func__, node, &entries);
+    const process_rows rows = read_entries(TRACE_SITE(__func__), node, &entries);
     if (!rows)
         return false;
 
@@ -913,7 +755,9 @@ vekml_return_t vekml_device_get_process_info_helper_v1(uint32_t card_index, vekm
 {
     TRACE("enter vekml_device_get_process_info_helper_v1");
     const process_list list(TRACE_SITE(__func__), process_list::wording::request);
-    if (const int result = list.request(card_index, {process, process_name}, process_num); result != 0)
+    if (const int result =
+            list.request(card_index, process_list::failures::negative, {process, process_name}, process_num);
+        result != 0)
         return static_cast<vekml_return_t>(result);
     TRACE("*process_num:%d", static_cast<int>(*process_num));
     TRACE("\nexit vekml_device_get_process_info_helper_v1");

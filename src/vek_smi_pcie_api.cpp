@@ -38,14 +38,14 @@ vekml_return_t read_error_total(const char *function, const char *card_path, con
     node_text<node_capacity> text; // the total stands on the last line, behind a line per kind of error
     if (text.read(card_path, report.node) != 0) {
         copy_text(count, sizeof "N/A", "N/A");
-        TRACE_AS(function, "%s\n", report.unreadable);
+        TRACE_AS(function, "%s", report.unreadable);
         return VEKML_ERROR_NODE_IO;
     }
     const char *total = strstr(text.text, report.total);
     if (total == nullptr || total[strlen(report.total)] == '\0')
         return VEKML_ERROR_NODE_IO;
     *count = total[strlen(report.total)];
-    TRACE_AS(function, "exit %s\n", function);
+    TRACE_AS(function, "exit %s", function);
     return VEKML_SUCCESS;
 }
 

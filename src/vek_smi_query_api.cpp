@@ -80,32 +80,32 @@ void store_version(char (&field)[Size], std::uint32_t version)
 void translate(const char *step, const vekml_gpu_static_info_t &info, vekml_device_query_t *query)
 {
     store_name(query->asic_type, name_at(asic_types, info.asic_id));
-    TRACE_AS(step, "query->asci_type:%s\n", query->asic_type);
+    TRACE_AS(step, "query->asci_type:%s", query->asic_type);
     query->core = info.core_num;
     query->gddr_count = info.gddr_count;
     query->gddr_speed = info.gddr_speed;
     query->gddr_size = info.gddr_size;
     const auto primary_id = static_cast<std::int32_t>(info.gpu_primary_id);
     snprintf(query->primary_id, sizeof query->primary_id, "%" PRId32, primary_id);
-    TRACE_AS(step, "static_info->gpu_primary_id:%d\n", primary_id);
-    TRACE_AS(step, "query->primary_id:%s\n", query->primary_id);
+    TRACE_AS(step, "static_info->gpu_primary_id:%d", primary_id);
+    TRACE_AS(step, "query->primary_id:%s", query->primary_id);
     constexpr auto last_vendor = static_cast<std::uint32_t>(std::size(vendor_names) - 1);
     store_name(query->vendor, vendor_names[std::min(info.vendor, last_vendor)]);
-    TRACE_AS(step, "query->vendor:%s\n", query->vendor);
+    TRACE_AS(step, "query->vendor:%s", query->vendor);
     std::memset(query->uuid, 0, sizeof query->uuid);
     decimal_to_hex(info.chip_id, query->uuid, sizeof query->uuid);
-    TRACE_AS(step, "query->uuid:%s\n", query->uuid);
+    TRACE_AS(step, "query->uuid:%s", query->uuid);
     query->device_id = info.device_id;
-    TRACE_AS(step, "query->device_id:%lx\n", query->device_id);
+    TRACE_AS(step, "query->device_id:%lx", query->device_id);
     std::memset(query->chip_model, 0, sizeof query->chip_model);
     device_id_to_model(info.device_id, query->chip_model, sizeof query->chip_model);
-    TRACE_AS(step, "query->chip_model:%s\n", query->chip_model);
+    TRACE_AS(step, "query->chip_model:%s", query->chip_model);
     store_name(query->card_type, name_at(card_type_names, info.card_type));
-    TRACE_AS(step, "query->card_type:%s\n", query->card_type);
+    TRACE_AS(step, "query->card_type:%s", query->card_type);
     store_version(query->fw_ver, info.fw_version);
-    TRACE_AS(step, "query->fw_ver:%s\n", query->fw_ver);
+    TRACE_AS(step, "query->fw_ver:%s", query->fw_ver);
     store_version(query->vbios_version, info.vbios_version);
-    TRACE_AS(step, "query->vbios_version:%s\n", query->vbios_version);
+    TRACE_AS(step, "query->vbios_version:%s", query->vbios_version);
     query->fan_ctrl_mode = static_cast<std::int32_t>(info.fan_ctrl_mode);
     query->support_fan_info = static_cast<std::int32_t>(info.support_fan_info);
     query->support_temp_info = static_cast<std::int32_t>(info.support_temp_info);
@@ -120,7 +120,7 @@ void trace_summary(const char *step, const char *indent, const vekml_device_quer
              "asic_type: %s\n core: %d\n, gddr_count: %d\n, gddr_size: %d\n, gddr_speed: %ld\n%s, primary_id: %s\n"
              ", vendor: %s\n, uuid: %s\n, chip_model: %s\n, card_type: %s\n    , fw_ver: %s\n, vbios_version: %s\n"
              ", fan_ctrl_mode: %d\n, support_fan_info: %d\n, support_temp_info: %d\n    , support_power_info: %d\n"
-             ", support_power_info: %d\n, gpu_default_freq:%lu\n",
+             ", support_power_info: %d\n, gpu_default_freq:%lu",
              query.asic_type, query.core, query.gddr_count, query.gddr_size, query.gddr_speed, indent, query.primary_id,
              query.vendor, query.uuid, query.chip_model, query.card_type, query.fw_ver, query.vbios_version,
              query.fan_ctrl_mode, query.support_fan_info, query.support_temp_info, query.support_power_info,
@@ -345,12 +345,12 @@ vekml_return_t take_processes(const char *step, vekml_device_t device, vekml_dev
     if (result != VEKML_SUCCESS)
         puts("call vekml_device_get_process_info to get process info failed.");
     query->pronum = info.process_num;
-    TRACE_AS(step, "query->pronum:%lu\n", query->pronum);
+    TRACE_AS(step, "query->pronum:%lu", query->pronum);
     for (uint64_t i = 0; i < query->pronum; ++i) {
         query->process[i] = info.process[i];
         copy_text(query->process_name[i], sizeof query->process_name[i], info.process_name[i]);
-        TRACE_AS(step, "i=%d; pid=%lu\n", static_cast<int>(i), query->process[i].pid);
-        TRACE_AS(step, "query->process_name               : %s\n", query->process_name[i]);
+        TRACE_AS(step, "i=%d; pid=%lu", static_cast<int>(i), query->process[i].pid);
+        TRACE_AS(step, "query->process_name               : %s", query->process_name[i]);
     }
     return result;
 }
@@ -360,7 +360,7 @@ vekml_return_t take_gddr_crc(const char *step, vekml_device_t device, vekml_devi
     vekml_gddr_crc_t crc{};
     const vekml_return_t result = vekml_device_get_gddr_crc(device, &crc);
     if (result != VEKML_SUCCESS) {
-        TRACE_AS(step, "call vekml_device_get_gddr_crc to get gddr crc info failed.\n");
+        TRACE_AS(step, "call vekml_device_get_gddr_crc to get gddr crc info failed.");
         return result;
     }
     query->crc_support = crc.crc_support;
@@ -369,10 +369,10 @@ vekml_return_t take_gddr_crc(const char *step, vekml_device_t device, vekml_devi
         query->crc_read_cnt[i] = crc.crc_read_cnt[i];
         query->crc_write_retry_cnt[i] = crc.crc_write_retry_cnt[i];
         query->crc_read_retry_cnt[i] = crc.crc_read_retry_cnt[i];
-        TRACE_AS(step, "query->:crc_write_cnt:%d, crc_read_cnt:%d, crc_write_retry_cnt:%d, crc_read_retry_cnt:%d\n",
+        TRACE_AS(step, "query->:crc_write_cnt:%d, crc_read_cnt:%d, crc_write_retry_cnt:%d, crc_read_retry_cnt:%d",
                  crc.crc_write_cnt[i], crc.crc_read_cnt[i], crc.crc_write_retry_cnt[i], crc.crc_read_retry_cnt[i]);
     }
-    TRACE_AS(step, "query->crc_support:%d\n", query->crc_support);
+    TRACE_AS(step, "query->crc_support:%d", query->crc_support);
     return result;
 }
 
@@ -382,20 +382,20 @@ vekml_return_t take_from_driver(const char *step, vekml_device_t device, vekml_d
 {
     vekml_return_t result = take(vekml_device_get_util_info, device, query->util);
     if (result != VEKML_SUCCESS) {
-        TRACE_AS(step, "Error: get util info failed!\n");
+        TRACE_AS(step, "Error: get util info failed!");
         return result;
     }
     if (!request_util_counters(TRACE_SITE(step), device->card_index, &query->util_state))
         return VEKML_ERROR_NODE_IO;
     const process_list list(TRACE_SITE(step), process_list::wording::query);
-    result = static_cast<vekml_return_t>(
-        list.request(device->card_index, {query->process, query->process_name}, &query->pronum));
+    result = static_cast<vekml_return_t>(list.request(device->card_index, process_list::failures::nonzero,
+                                                      {query->process, query->process_name}, &query->pronum));
     if (result != VEKML_SUCCESS)
         return result;
-    TRACE_AS(step, "process number = %lu\n", query->pronum);
+    TRACE_AS(step, "process number = %lu", query->pronum);
     result = take_gddr_crc(step, device, query);
     if (result == VEKML_SUCCESS)
-        TRACE_AS(step, "struct query address is %p\n", static_cast<void *>(query));
+        TRACE_AS(step, "struct query address is %p", static_cast<void *>(query));
     return result;
 }
 
@@ -495,7 +495,7 @@ void take_asic_type(const char *step, vekml_device_t device, vekml_device_query_
     uint32_t type = VEKML_ASIC_TYPES; // no name, should the type not be had
     vekml_device_get_asic_type(device, &type);
     store_name(query->asic_type, name_at(asic_types, type));
-    TRACE_AS(step, "query->asci_type:%s\n", query->asic_type);
+    TRACE_AS(step, "query->asci_type:%s", query->asic_type);
 }
 
 /** The device record keeps what the getter has just read. */

@@ -50,11 +50,11 @@ vekml_return_t read_limit(const char *function, vekml_device_t handle, thermal *
     node_text<> value;
     const bool read = value.read(path) == 0;
     if (!read) {
-        TRACE_AS(function, "read from node %s failed.\n", path.text());
+        TRACE_AS(function, "read from node %s failed.", path.text());
         printf("the file node:%s doesn't exist.\n", path.text());
     }
     out->*limit.reading = value.number();
-    TRACE_AS(function, "thermal->%s:%d\n", limit.name, out->*limit.reading);
+    TRACE_AS(function, "thermal->%s:%d", limit.name, out->*limit.reading);
     return read ? VEKML_SUCCESS : VEKML_ERROR_NOT_FOUND;
 }
 

@@ -51,7 +51,7 @@ const char *find_library(const char *step, std::span<const char *const> files)
 {
     for (const char *file : files) {
         const int result = access(file, F_OK);
-        TRACE_AS(step, "looking for %s, result:%d\n", file, result);
+        TRACE_AS(step, "looking for %s, result:%d", file, result);
         if (result == 0)
             return file;
     }
@@ -101,7 +101,7 @@ public:
             if (old != nullptr)
                 each.old.reset(strdup(old));
             restorable_ = restorable_ && (old == nullptr || each.old);
-            TRACE_AS(get_vpu_info, "getting vpu info. %s %s\n", each.announced, text_of(each.old));
+            TRACE_AS(get_vpu_info, "getting vpu info. %s %s", each.announced, text_of(each.old));
         }
     }
     ~driver_choice()
@@ -111,7 +111,7 @@ public:
                 setenv(each.name, each.old.get(), 1);
             else if (restorable_)
                 unsetenv(each.name);
-            TRACE_AS(get_vpu_info, "get vpu info over, then reset the env %s to %s\n", each.name, text_of(each.old));
+            TRACE_AS(get_vpu_info, "get vpu info over, then reset the env %s to %s", each.name, text_of(each.old));
         }
     }
     driver_choice(const driver_choice &) = delete;
@@ -121,12 +121,12 @@ public:
     bool apply()
     {
         return restorable_ && std::all_of(variables_.begin(), variables_.end(), [](const variable &each) {
-                   TRACE_AS(get_vpu_info, "getting vpu info.. now the env %s is %s, will be set to %s.\n", each.name,
+                   TRACE_AS(get_vpu_info, "getting vpu info.. now the env %s is %s, will be set to %s.", each.name,
                             text_of(each.old), each.chosen);
                    const int result = setenv(each.name, each.chosen, 1);
                    if (result != 0)
-                       TRACE_AS(get_vpu_info, "get vpu info failed! can't set env %s, result=%d, errMsg:%s.\n",
-                                each.name, result, strerror(errno));
+                       TRACE_AS(get_vpu_info, "get vpu info failed! can't set env %s, result=%d, errMsg:%s.", each.name,
+                                result, strerror(errno));
                    return result == 0;
                });
     }
@@ -207,7 +207,7 @@ void mark_supported(const char *step, vpu_cap_item (&slots)[Slots], std::span<co
         if ((value & bits[i]) == 0)
             continue;
         slots[i].supported = 1;
-        TRACE_AS(step, "\t\t%s\n", slots[i].name);
+        TRACE_AS(step, "\t\t%s", slots[i].name);
     }
 }
 
@@ -216,14 +216,14 @@ template <typename Codec>
 bool confirm_codec(const va_library &va, VADisplay display, std::int32_t entrypoint, const codec_kind &kind,
                    Codec &codec, codec_attributes &attributes)
 {
-    TRACE_AS(kind.step, "it has %s:%s\n", kind.name, codec.name);
+    TRACE_AS(kind.step, "it has %s:%s", kind.name, codec.name);
     const VAStatus status = attributes.query(va, display, static_cast<std::int32_t>(codec.profile), entrypoint);
     if (status == VA_STATUS_ERROR_UNSUPPORTED_PROFILE)
-        TRACE_AS(kind.step, "but this %s's profile is not supported...\n", kind.name);
+        TRACE_AS(kind.step, "but this %s's profile is not supported...", kind.name);
     else if (status == VA_STATUS_ERROR_UNSUPPORTED_ENTRYPOINT)
-        TRACE_AS(kind.step, "but this %s's entrypoint is not supported...\n", kind.name);
+        TRACE_AS(kind.step, "but this %s's entrypoint is not supported...", kind.name);
     else if (status != VA_STATUS_SUCCESS)
-        TRACE_AS(kind.step, "but failed to get this %s's attributes, err code:0x%08x, err msg:%s\n", kind.name, status,
+        TRACE_AS(kind.step, "but failed to get this %s's attributes, err code:0x%08x, err msg:%s", kind.name, status,
                  va.vaStatusStr(status));
     if (status != VA_STATUS_SUCCESS)
         return false;
@@ -231,10 +231,10 @@ bool confirm_codec(const va_library &va, VADisplay display, std::int32_t entrypo
     codec.supported = 1;
     const std::uint32_t formats = attributes[VAConfigAttribRTFormat];
     if (formats == VA_ATTRIB_NOT_SUPPORTED) {
-        TRACE_AS(kind.step, "there is not any supported image format in this %s!\n", kind.name);
+        TRACE_AS(kind.step, "there is not any supported image format in this %s!", kind.name);
         return true;
     }
-    TRACE_AS(kind.step, "the VAConfigAttribRTFormat's value of this %s is 0x%08x, %s\n", kind.name, formats,
+    TRACE_AS(kind.step, "the VAConfigAttribRTFormat's value of this %s is 0x%08x, %s", kind.name, formats,
              kind.formats);
     mark_supported(kind.step, codec.image_formats, image_format_bits(), formats);
     return true;
@@ -262,18 +262,18 @@ void query_profile(const va_library &va, VADisplay display, std::int32_t profile
 {
     const int slot = profile_slot(profile);
     if (slot < 0) {
-        TRACE_AS(get_vpu_info, "the profile:%s is not in our profile list...\n", va.vaProfileStr(profile));
+        TRACE_AS(get_vpu_info, "the profile:%s is not in our profile list...", va.vaProfileStr(profile));
         return;
     }
-    TRACE_AS(get_vpu_info, "find va profile:%s in our list.\n", va.vaProfileStr(profile));
+    TRACE_AS(get_vpu_info, "find va profile:%s in our list.", va.vaProfileStr(profile));
     int count = 0;
     const VAStatus status = va.vaQueryConfigEntrypoints(display, profile, entrypoints.data(), &count);
     if (status == VA_STATUS_ERROR_UNSUPPORTED_PROFILE) {
-        TRACE_AS(get_vpu_info, "but it is not supported by libva...\n");
+        TRACE_AS(get_vpu_info, "but it is not supported by libva...");
         return;
     }
     if (status != VA_STATUS_SUCCESS) {
-        TRACE_AS(get_vpu_info, "but failed to query, err code:0x%8x, err msg:%s\n", status, va.vaStatusStr(status));
+        TRACE_AS(get_vpu_info, "but failed to query, err code:0x%8x, err msg:%s", status, va.vaStatusStr(status));
         return;
     }
     codec_attributes attributes;
@@ -290,37 +290,37 @@ vekml_return_t query_codecs(const va_library &va, VADisplay display, Vpu_codec_i
 {
     const int max_profiles = va.vaMaxNumProfiles(display);
     if (max_profiles <= 0) {
-        TRACE_AS(get_vpu_info, "the specified vpu dose not support any profile!\n");
+        TRACE_AS(get_vpu_info, "the specified vpu dose not support any profile!");
         return VEKML_ERROR_NOT_SUPPORTED;
     }
-    TRACE_AS(get_vpu_info, "the vpu's max profile num is %d\n", max_profiles);
+    TRACE_AS(get_vpu_info, "the vpu's max profile num is %d", max_profiles);
     number_list profiles;
     if (!profiles.allocate(max_profiles)) {
-        TRACE_AS(get_vpu_info, "failed to allocate the profiles!\n");
+        TRACE_AS(get_vpu_info, "failed to allocate the profiles!");
         return VEKML_ERROR_UNKNOWN;
     }
     const int max_entrypoints = va.vaMaxNumEntrypoints(display);
     if (max_entrypoints <= 0) {
-        TRACE_AS(get_vpu_info, "the vpu dose not support any entrypoint!\n");
+        TRACE_AS(get_vpu_info, "the vpu dose not support any entrypoint!");
         return VEKML_ERROR_NOT_SUPPORTED;
     }
-    TRACE_AS(get_vpu_info, "the vpu's max entrypoint num is %d\n", max_entrypoints);
+    TRACE_AS(get_vpu_info, "the vpu's max entrypoint num is %d", max_entrypoints);
     number_list entrypoints;
     if (!entrypoints.allocate(max_entrypoints)) {
-        TRACE_AS(get_vpu_info, "failed to allocate the entrypoints!\n");
+        TRACE_AS(get_vpu_info, "failed to allocate the entrypoints!");
         return VEKML_ERROR_UNKNOWN;
     }
 
     int count = 0;
     const VAStatus status = va.vaQueryConfigProfiles(display, profiles.data(), &count);
     if (status != VA_STATUS_SUCCESS) {
-        TRACE_AS(get_vpu_info, "failed to query the profiles for the vpu, err code:0x%8x, err msg:%s\n", status,
+        TRACE_AS(get_vpu_info, "failed to query the profiles for the vpu, err code:0x%8x, err msg:%s", status,
                  va.vaStatusStr(status));
         return VEKML_ERROR_NOT_SUPPORTED;
     }
     codecs.valid = 1;
     snprintf(codecs.vendor, sizeof codecs.vendor, "%s", va.vaQueryVendorString(display));
-    TRACE_AS(get_vpu_info, "the vpu vendor is [%s]\n", codecs.vendor);
+    TRACE_AS(get_vpu_info, "the vpu vendor is [%s]", codecs.vendor);
     for (const std::int32_t profile : profiles.first(count))
         query_profile(va, display, profile, entrypoints, codecs);
     return VEKML_SUCCESS;
@@ -332,18 +332,17 @@ vekml_return_t query_card(const va_library &va, std::uint32_t card_index, Vpu_co
     char path[64];
     snprintf(path, sizeof path, "/dev/dri/card%d", static_cast<int>(card_index));
     if (access(path, F_OK) != 0) {
-        TRACE_AS(get_vpu_info, "vpu device node %s is not exist!\n", path);
+        TRACE_AS(get_vpu_info, "vpu device node %s is not exist!", path);
         return VEKML_ERROR_NOT_FOUND;
     }
     const unique_fd node(open(path, O_RDWR | O_CLOEXEC));
     if (!node) {
-        TRACE_AS(get_vpu_info, "open vpu device node %s failed! maybe this user is not root or in video group.\n",
-                 path);
+        TRACE_AS(get_vpu_info, "open vpu device node %s failed! maybe this user is not root or in video group.", path);
         return VEKML_ERROR_NO_PERMISSION;
     }
     const unique_display display(va.vaGetDisplayDRM(node.get()), {&va});
     if (!display) {
-        TRACE_AS(get_vpu_info, "failed to get the DRM display from libva!\n");
+        TRACE_AS(get_vpu_info, "failed to get the DRM display from libva!");
         return VEKML_ERROR_UNKNOWN;
     }
     va.vaSetInfoCallback(display.get(), myVaInfoCallback, nullptr);
@@ -351,7 +350,7 @@ vekml_return_t query_card(const va_library &va, std::uint32_t card_index, Vpu_co
     int major = 0, minor = 0;
     const VAStatus status = va.vaInitialize(display.get(), &major, &minor);
     if (status != VA_STATUS_SUCCESS) {
-        TRACE_AS(get_vpu_info, "failed to initialize libva, err code:0x%8x, err msg:%s\n", status,
+        TRACE_AS(get_vpu_info, "failed to initialize libva, err code:0x%8x, err msg:%s", status,
                  va.vaStatusStr(status));
         return VEKML_ERROR_UNKNOWN;
     }
@@ -412,15 +411,15 @@ vekml_return_t open_failure(const char *step, const char *action, int gpu_index,
     case EACCES:
         TRACE_AS(step,
                  "%s gpu(idx:%d)'s vpu ultilization failed, no permission to access the node(%s)! maybe not in "
-                 "root or not in video group!\n",
+                 "root or not in video group!",
                  action, gpu_index, xmem);
         return VEKML_ERROR_NO_PERMISSION;
     case ENOENT:
-        TRACE_AS(step, "%s gpu(idx:%d)'s vpu ultilization failed, the node(%s) is nonexistent!\n", action, gpu_index,
+        TRACE_AS(step, "%s gpu(idx:%d)'s vpu ultilization failed, the node(%s) is nonexistent!", action, gpu_index,
                  xmem);
         return VEKML_ERROR_NOT_FOUND;
     default:
-        TRACE_AS(step, "%s gpu(idx:%d)'s vpu ultilization failed, can not access the node(%s)! errno:%d, errMsg:%s\n",
+        TRACE_AS(step, "%s gpu(idx:%d)'s vpu ultilization failed, can not access the node(%s)! errno:%d, errMsg:%s",
                  action, gpu_index, xmem, error, strerror(error));
         return VEKML_ERROR_UNKNOWN;
     }
@@ -445,10 +444,10 @@ bool find_first_counter(const char *step, const char *line, const char *name, in
     snprintf(key, sizeof key, "%s:", name);
     const number_search search = find_number(line, key, value);
     if (search == number_search::no_key)
-        TRACE_AS(step, "initing gpu(idx:%d)'s vpu ultilization from the node(%s), can not find %s!\n", gpu_index, xmem,
+        TRACE_AS(step, "initing gpu(idx:%d)'s vpu ultilization from the node(%s), can not find %s!", gpu_index, xmem,
                  name);
     else if (search == number_search::no_number)
-        TRACE_AS(step, "initing gpu(idx:%d)'s vpu ultilization from the node(%s), sscanf %s failed!\n", gpu_index, xmem,
+        TRACE_AS(step, "initing gpu(idx:%d)'s vpu ultilization from the node(%s), sscanf %s failed!", gpu_index, xmem,
                  name);
     return search == number_search::found;
 }
@@ -483,11 +482,11 @@ bool find_counter(const char *line, const char *key, const char *what, int gpu_i
 {
     const number_search search = find_number(line, key, value);
     if (search == number_search::no_key)
-        TRACE_AS(get_vpu_utlz, "can not find vpu %s commands number from the gpu(idx:%d)'s node(%s)!\n", what,
-                 gpu_index, xmem);
+        TRACE_AS(get_vpu_utlz, "can not find vpu %s commands number from the gpu(idx:%d)'s node(%s)!", what, gpu_index,
+                 xmem);
     else if (search == number_search::no_number)
-        TRACE_AS(get_vpu_utlz, "sscanf vpu %s commands number from the gpu(idx:%d)'s node(%s) failed!\n", what,
-                 gpu_index, xmem);
+        TRACE_AS(get_vpu_utlz, "sscanf vpu %s commands number from the gpu(idx:%d)'s node(%s) failed!", what, gpu_index,
+                 xmem);
     return search == number_search::found;
 }
 

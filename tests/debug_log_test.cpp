@@ -52,7 +52,7 @@ TEST_F(debug_log_test, a_message_keeps_its_own_line_ends_and_errno_survives)
 {
     errno = ENOTTY;
     TRACE_OPEN("open end");
-    TRACE_AS("step", "\nleading\n");
+    TRACE_AS("step", "\nleading");
     EXPECT_EQ(errno, ENOTTY);
     const std::string log = host.log();
     EXPECT_NE(log.find(">: open end[DBG]["), std::string::npos) << log;
