@@ -39,7 +39,7 @@ class coming_and_going {
 public:
     explicit coming_and_going(const veksim::host_tree &host)
     {
-        const std::string roots[] = {host.path("/sys/class/drm"), host.path("/sys/kernel/debug"),
+        const std::string roots[] = {host.path("/sys/devices"), host.path("/sys/kernel/debug"),
                                      host.path("/host/requests"), host.path("/dev/dri"), host.path("/proc")};
         for (const std::string &root : roots)
             for (const fs::directory_entry &entry : fs::recursive_directory_iterator(root))

@@ -5,7 +5,6 @@
 #include "host_tree.h"
 
 #include <algorithm>
-#include <cinttypes>
 #include <cstring>
 #include <iterator>
 
@@ -28,44 +27,11 @@ std::uint32_t table_index(const Table &table, Value value)
 int host_tree::add_bare_gpu(const gpu_config &config, const gpu_state &state)
 {
     gpu &board = add(config, state, true);
-    gpu_config bridge;
-    bridge.vendor_id = bridge.subsystem_vendor_id = 0x1d17;
-    bridge.device_id = 0x1000;
-    add_pci_device("0000:00:00.0", bridge, 0x060000);
-    add_pci_device(board.config.pci_address, board.config, 0x030000);
+    add_pci_device(board.config.pci_address, board.config, display_class);
+    publish_bus_errors(pci_device(board.position), board.state);
     publish_firmware(board);
     publish_firmware_readings(board);
     return board.position;
-}
-
-void host_tree::add_pci_device(const std::string &address, const gpu_config &c, std::uint32_t class_code)
-{
-    std::string base = "/sys/bus/pci/devices/" + address;
-    auto node = [&](const char *name, const std::string &text) { write(base + "/" + name, text + "\n"); };
-    node("vendor", format("0x%04x", c.vendor_id));
-    node("device", format("0x%04x", c.device_id));
-    node("subsystem_vendor", format("0x%04x", c.subsystem_vendor_id));
-    node("subsystem_device", format("0x%04x", c.subsystem_device_id));
-    node("class", format("0x%06x", class_code));
-
-    constexpr std::uint32_t bar_64bit_prefetchable = 0xC;
-    std::string space(256, '\0');
-    auto put = [&](std::size_t offset, std::uint32_t word) { std::memcpy(&space[offset], &word, sizeof word); };
-    put(0x00, c.vendor_id | (c.device_id << 16));
-    put(0x04, 0x00100006); // memory space and bus master enabled, capability list
-    put(0x08, class_code << 8);
-    put(0x10, c.bar0 == 0 ? 0 : static_cast<std::uint32_t>(c.bar0) | bar_64bit_prefetchable);
-    put(0x14, static_cast<std::uint32_t>(c.bar0 >> 32));
-    put(0x2C, c.subsystem_vendor_id | (c.subsystem_device_id << 16));
-    write(base + "/config", space);
-
-    auto region = [](std::uint64_t first, std::uint64_t last, unsigned flags) {
-        return format("0x%016" PRIx64 " 0x%016" PRIx64 " 0x%016x\n", first, last, flags);
-    };
-    std::string regions = c.bar0 == 0 ? region(0, 0, 0) : region(c.bar0, c.bar0 + bar0_size - 1, 0x14220c);
-    for (int i = 1; i < 13; ++i)
-        regions += region(0, 0, 0);
-    write(base + "/resource", regions);
 }
 
 void host_tree::publish_firmware(const gpu &board)

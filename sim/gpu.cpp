@@ -18,6 +18,8 @@ gpu_config sample_gpu(int position)
     pwm_board.subsystem_vendor_id = 0;
     pwm_board.current_link_speed = "8.0 GT/s PCIe";
     pwm_board.hdmi_connected = false;
+    pwm_board.numa_node = 1;
+    pwm_board.local_cpulist = "8-15";
     return position % 2 == 0 ? target_board : pwm_board;
 }
 

@@ -69,6 +69,8 @@ struct gpu_config {
     std::string max_link_speed = "16.0 GT/s PCIe";
     unsigned current_link_width = 8;
     unsigned max_link_width = 8;
+    int numa_node = 0;
+    std::string local_cpulist = "0-7";
     bool hdmi_connected = true;
     bool dp_connected = false;
     std::uint64_t bar0 = 0; // 0: (1 + position) * 0x4000000

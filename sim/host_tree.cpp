@@ -114,8 +114,9 @@ host_tree::gpu &host_tree::add(const gpu_config &config, const gpu_state &state,
 int host_tree::add_gpu(const gpu_config &config, const gpu_state &state)
 {
     gpu &board = add(config, state, false);
-    publish_identity(board);
+    add_pci_device(board.config.pci_address, board.config, display_class);
     publish_links(board);
+    publish_identity(board);
     publish_readings(board);
     publish_processes(board);
     publish_driver_status();
@@ -168,15 +169,6 @@ void host_tree::publish_identity(const gpu &board)
     on_card("vek_dbdf", c.pci_address);
     on_card("vek_enable_dvfs", "1");
     on_card("version", "1 10 1 10 1 4 0");
-    on_card("device/vendor", format("0x%04x", c.vendor_id));
-    on_card("device/device", format("0x%04x", c.device_id));
-    on_card("device/subsystem_vendor", format("0x%04x", c.subsystem_vendor_id));
-    on_card("device/subsystem_device", format("0x%04x", c.subsystem_device_id));
-    on_card("device/class", "0x030000");
-    on_card("device/current_link_speed", c.current_link_speed);
-    on_card("device/current_link_width", std::to_string(c.current_link_width));
-    on_card("device/max_link_speed", c.max_link_speed);
-    on_card("device/max_link_width", std::to_string(c.max_link_width));
     write(card(position, "device/uevent"), uevent_text(c));
     write(card(position, "device/gpu_static_info"), static_info_text(c));
     write(request(position, static_request, 0), static_reply(c));
@@ -224,18 +216,41 @@ void host_tree::publish_identity(const gpu &board)
     write("/dev/dri/card" + std::to_string(c.card), "");
 }
 
-// The entries by which libdrm and libpciaccess reach a card's device.
+// A card's directory stands below its PCI device's, and its names are links, as on a real host.
 void host_tree::publish_links(const gpu &board)
 {
-    const gpu_config &c = board.config;
-    std::string name = "card" + std::to_string(c.card);
-    std::string base = "/sys/class/drm/" + name;
+    const std::string name = "card" + std::to_string(board.config.card);
+    const std::string device = pci_device(board.position);
+    const std::string directory = device + "/drm/" + name;
+    make_directory(directory);
+    link(directory + "/device", "../../../" + board.config.pci_address);
+    link_to(card(board.position), directory);
     for (const char *connector : {"-HDMI-A-1", "-DP-1"})
-        link(base + connector, std::string(name).append("/").append(name).append(connector));
-    link(base + "/device/drm/" + name, "../../../" + name);
-    link(base + "/device/subsystem", "../../../../bus/pci");
-    link("/sys/dev/char/226:" + std::to_string(c.card), "../../class/drm/" + name);
-    link("/sys/bus/pci/devices/" + c.pci_address, "../../../class/drm/" + name + "/device");
+        link_to(card(board.position) + connector, directory + "/" + name + connector);
+    link_to("/sys/dev/char/226:" + std::to_string(board.config.card), directory);
+    make_directory("/sys/bus/pci/drivers/vekgpu");
+    link_to(device + "/driver", "/sys/bus/pci/drivers/vekgpu");
+    link_to("/sys/bus/pci/drivers/vekgpu/" + board.config.pci_address, device);
+}
+
+// Every name by which a program reaches a card; its directories stay, as nobody can get to them.
+std::vector<std::string> host_tree::card_names(int position) const
+{
+    const std::string number = std::to_string(config(position).card);
+    return {card(position), "/sys/bus/pci/devices/" + config(position).pci_address, "/sys/dev/char/226:" + number,
+            "/dev/dri/card" + number};
+}
+
+void host_tree::lose_card(int position)
+{
+    for (const std::string &name : card_names(position))
+        move(name, "/host/lost" + name);
+}
+
+void host_tree::return_card(int position)
+{
+    for (const std::string &name : card_names(position))
+        move("/host/lost" + name, name);
 }
 
 void host_tree::publish_readings(const gpu &board)
@@ -260,14 +275,19 @@ void host_tree::publish_readings(const gpu &board)
     };
     for (const auto &[node, value] : hwmon_readings)
         publish_number(hwmon(position, node), value);
-    publish(card(position, "device/aer_dev_correctable"), aer_text(true, "TOTAL_ERR_COR", s.aer_totals[0]));
-    publish(card(position, "device/aer_dev_fatal"), aer_text(false, "TOTAL_ERR_FATAL", s.aer_totals[1]));
-    publish(card(position, "device/aer_dev_nonfatal"), aer_text(false, "TOTAL_ERR_NONFATAL", s.aer_totals[2]));
+    publish_bus_errors(card(position, "device"), s);
     publish(card(position, "device/gddr_crc"), gddr_crc_text(s));
     publish(card(position, "device/gpu_util_info"), util_text(s));
     publish(request(position, information_request, utilisation_selector), util_reply(s));
     publish(card(position, "device/gpu_mem_util_info"), memory_text(s));
     publish(debug_dump(position), debug_dump_text(s));
+}
+
+void host_tree::publish_bus_errors(const std::string &directory, const gpu_state &s)
+{
+    publish(directory + "/aer_dev_correctable", aer_text(true, "TOTAL_ERR_COR", s.aer_totals[0]));
+    publish(directory + "/aer_dev_fatal", aer_text(false, "TOTAL_ERR_FATAL", s.aer_totals[1]));
+    publish(directory + "/aer_dev_nonfatal", aer_text(false, "TOTAL_ERR_NONFATAL", s.aer_totals[2]));
 }
 
 void host_tree::publish_processes(const gpu &board)

@@ -6,10 +6,15 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
 namespace veksim {
+
+struct pci_function;
+
+constexpr std::uint32_t display_class = 0x030000;
 
 // A host with GPUs in a directory.
 class host_tree : public node_tree {
@@ -31,13 +36,20 @@ public:
     int add_bare_gpu(const gpu_config &config = {}, const gpu_state &state = {});
     void set_firmware(int position, std::uint32_t offset, std::uint32_t value); // one word of the block
     void set_firmware_text(int position, std::uint32_t offset, const std::string &text, std::size_t size);
+    // A PCI device, and the bridge above its bus.
     void add_pci_device(const std::string &address, const gpu_config &identity, std::uint32_t class_code);
+
+    // A card falls off the bus, and returns; open descriptors stay.
+    void lose_card(int position);
+    void return_card(int position);
 
     // Real-looking paths of GPU POSITION.
     std::string card(int position = 0) const;                       // /sys/class/drm/card0
     std::string hwmon(int position = 0) const;                      // /sys/class/drm/card0/device/hwmon/hwmon1
     std::string card(int position, const std::string &node) const;  // .../card0/NODE
     std::string hwmon(int position, const std::string &node) const; // .../hwmon1/NODE
+    std::string pci_device(int position = 0) const;                 // /sys/devices/pci0000:00/0000:00:01.0/0000:03:00.0
+    std::string pci_bridge(int position = 0) const;                 // /sys/devices/pci0000:00/0000:00:01.0
     std::string debug_dump(int position = 0) const;                 // /sys/kernel/debug/vekgpu/gpu00/debug_dump
     // /host/requests/card0/C010644B.0
     std::string request(int position, unsigned number, unsigned selector) const;
@@ -65,6 +77,10 @@ private:
 
     gpu &add(const gpu_config &config, const gpu_state &state, bool bare);
     const gpu *first_with_driver() const;
+    void publish_pci_function(const std::string &directory, const pci_function &function, const gpu_config &config);
+    std::string add_bridge(const std::string &address, const gpu_config &config);
+    std::vector<std::string> card_names(int position) const;
+    void publish_bus_errors(const std::string &directory, const gpu_state &state);
     void publish_identity(const gpu &board);
     void publish_links(const gpu &board);
     void publish_readings(const gpu &board);
@@ -74,6 +90,8 @@ private:
     void publish_firmware_readings(const gpu &board);
 
     std::vector<gpu> gpus_;
+    std::map<std::string, std::string> device_directories_; // by address
+    std::map<std::string, std::string> bridges_;            // their addresses, by domain and bus
     video_state video_;
 };
 

@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
-#include <iterator>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -31,29 +31,42 @@ fs::path fresh_directory()
     return name;
 }
 
-std::string read_file(const fs::path &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-class node_lock {
+// A node held against whoever writes it, as long as it is a plain file: what a person puts in its place may be gone
+// at any moment, or never answer.
+class held_node {
 public:
-    explicit node_lock(const fs::path &path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC))
+    explicit held_node(const fs::path &path)
     {
-        if (fd_ >= 0)
+        struct stat info {};
+        if (lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
+            return; // nor opened: a pipe would notice
+        fd_ = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+        plain_ = fd_ >= 0 && fstat(fd_, &info) == 0 && S_ISREG(info.st_mode);
+        if (plain_)
             flock(fd_, LOCK_EX);
     }
-    ~node_lock()
+    ~held_node()
     {
         if (fd_ >= 0)
             close(fd_);
     }
-    node_lock(const node_lock &) = delete;
-    node_lock &operator=(const node_lock &) = delete;
+    held_node(const held_node &) = delete;
+    held_node &operator=(const held_node &) = delete;
+
+    explicit operator bool() const { return plain_; }
+
+    std::string text() const
+    {
+        std::string whole;
+        char piece[4096];
+        for (ssize_t size = 0; (size = ::read(fd_, piece, sizeof piece)) > 0;)
+            whole.append(piece, static_cast<std::size_t>(size));
+        return whole;
+    }
 
 private:
-    int fd_;
+    int fd_ = -1;
+    bool plain_ = false;
 };
 
 } // namespace
@@ -79,8 +92,8 @@ fs::path node_tree::path(const std::string &real) const
     return root_ / fs::path(real).relative_path();
 }
 
-// A rename, so that a reader finds the old text or the new one and never a piece.
-void node_tree::replace_file(const fs::path &target, const std::string &text)
+// A rename, so that a reader finds the old text or the new one and never a piece. False when the place is gone.
+bool node_tree::replace_file(const fs::path &target, const std::string &text)
 {
     fs::path fresh = root_ / "host" / format("new-%d", static_cast<int>(getpid()));
     {
@@ -89,7 +102,9 @@ void node_tree::replace_file(const fs::path &target, const std::string &text)
         if (!file.flush())
             fail_with_errno(fresh);
     }
-    fs::rename(fresh, target);
+    std::error_code error;
+    fs::rename(fresh, target, error);
+    return !error;
 }
 
 void node_tree::write(const std::string &real, const std::string &text)
@@ -98,7 +113,8 @@ void node_tree::write(const std::string &real, const std::string &text)
     fs::create_directories(target.parent_path());
     if (fs::is_directory(fs::symlink_status(target)))
         fs::remove_all(target);
-    replace_file(target, text);
+    if (!replace_file(target, text))
+        fail_with_errno(target);
     auto entry = published_.find(real);
     if (entry != published_.end())
         entry->second = text;
@@ -118,23 +134,23 @@ void node_tree::publish(const std::string &real, const std::string &text)
         return;
     }
     fs::path target = path(real);
-    if (entry->second == text || !fs::is_regular_file(fs::symlink_status(target)))
+    if (entry->second == text)
         return;
-    node_lock lock(target);
-    if (read_file(target) == entry->second) {
-        replace_file(target, text);
+    const held_node node(target);
+    if (node && node.text() == entry->second && replace_file(target, text))
         entry->second = text;
-    }
 }
 
 std::optional<std::string> node_tree::take_written(const std::string &real)
 {
     auto entry = published_.find(real);
     fs::path target = path(real);
-    if (entry == published_.end() || !fs::is_regular_file(fs::symlink_status(target)))
+    if (entry == published_.end())
         return std::nullopt;
-    node_lock lock(target);
-    std::string text = read_file(target);
+    const held_node node(target);
+    if (!node)
+        return std::nullopt;
+    std::string text = node.text();
     bool unfinished = text.empty(); // a stream is open on it
     if (unfinished || text == entry->second)
         return std::nullopt;
@@ -149,7 +165,8 @@ void node_tree::publish_number(const std::string &real, std::int64_t value)
 
 std::string node_tree::read(const std::string &real) const
 {
-    return fs::is_regular_file(path(real)) ? read_file(path(real)) : "";
+    const held_node node(path(real));
+    return node ? node.text() : "";
 }
 
 bool node_tree::exists(const std::string &real) const
@@ -177,6 +194,17 @@ void node_tree::link(const std::string &real, const std::string &target)
     fs::create_symlink(target, path(real));
 }
 
+void node_tree::link_to(const std::string &real, const std::string &other)
+{
+    link(real, fs::path(other).lexically_relative(fs::path(real).parent_path()).string());
+}
+
+void node_tree::move(const std::string &real, const std::string &to)
+{
+    fs::create_directories(path(to).parent_path());
+    fs::rename(path(real), path(to));
+}
+
 void node_tree::set_mode(const std::string &real, unsigned mode)
 {
     fs::permissions(path(real), static_cast<fs::perms>(mode));
@@ -185,6 +213,16 @@ void node_tree::set_mode(const std::string &real, unsigned mode)
 void node_tree::fail(const std::string &real, int error)
 {
     link(real, "errno:" + std::to_string(error));
+}
+
+void node_tree::fail_reads(const std::string &real, int error)
+{
+    link(real, "errno:" + std::to_string(error) + ":read");
+}
+
+void node_tree::stick(const std::string &real)
+{
+    link(real, "stuck");
 }
 
 void node_tree::fail_writes(const std::string &real)

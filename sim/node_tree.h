@@ -32,8 +32,12 @@ public:
     void remove(const std::string &real); // with everything below it
     void make_directory(const std::string &real);
     void link(const std::string &real, const std::string &target);
+    void link_to(const std::string &real, const std::string &other); // relative, as sysfs has them
+    void move(const std::string &real, const std::string &to);
     void set_mode(const std::string &real, unsigned mode); // without a write bit, even root cannot write it
     void fail(const std::string &real, int error);         // opening it fails with that error number
+    void fail_reads(const std::string &real, int error);   // opening works, reading fails with it
+    void stick(const std::string &real);                   // opening works, reading never ends
     void fail_writes(const std::string &real);             // opening works, writing fails with ENOSPC
 
     // What a client wrote into a reading since the driver last published it, once.
@@ -49,7 +53,7 @@ protected:
     void overwrite(const std::string &real, std::uint64_t offset, const void *bytes, std::size_t size);
 
 private:
-    void replace_file(const std::filesystem::path &target, const std::string &text);
+    bool replace_file(const std::filesystem::path &target, const std::string &text);
 
     std::filesystem::path root_;
     bool keep_ = false;

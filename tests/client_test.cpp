@@ -242,7 +242,7 @@ TEST_F(client_test, setters_write_and_say_so)
              {"-i 0 thermal set shutdown 110", "vek_shutdown_temp", "110", "sleep 1"},
              {"-i 0 thermal set enable-slowdown 0", "vek_enable_thm_slowdown", "0", "sleep 1"},
              {"-i 0 thermal set enable-shutdown 0", "vek_enable_thm_shutdown", "0", "sleep 1"},
-             {"-i 0 dvfs set 0", "../../../vek_enable_dvfs", "0", "sleep 1"}}) {
+             {"-i 0 dvfs set 0", "../../drm/card0/vek_enable_dvfs", "0", "sleep 1"}}) {
         host.remove("/host/pauses");
         host.instant_pauses();
         const run_result result = veksmi(arguments);

@@ -131,7 +131,7 @@ INSTANTIATE_TEST_SUITE_P(each_node, fault_test, testing::ValuesIn(node_faults),
 TEST_P(fault_test, is_survived)
 {
     add_gpu_with_everything();
-    for (const std::string &directory : {host.card(), "/proc"s, "/dev/dri"s})
+    for (const std::string &directory : {"/sys/devices"s, "/proc"s, "/dev/dri"s})
         break_each(directory, GetParam().second, vekml_init, readers);
     remove_first_choices();
     host.fail_request(0, 0xC010644C, 2, EIO);
@@ -142,7 +142,7 @@ TEST_P(fault_test, is_survived_without_the_driver)
 {
     host.add_bare_gpu();
     const auto restart = [] { return vekml_shutdown(), vekml_out_of_band_init(); };
-    break_each("/sys/bus/pci/devices", GetParam().second, restart, readers_without_driver);
+    break_each("/sys/devices", GetParam().second, restart, readers_without_driver);
 }
 
 TEST_F(reply_fault_test, any_reply_is_survived)

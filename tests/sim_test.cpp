@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The simulated host itself: everything else in the suite stands on it.
+#include "support/silent_node.h"
 #include "support/sim_host.h"
 
 #include "driver_model.h"
@@ -7,9 +8,13 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
+#include <future>
 #include <glob.h>
 #include <pciaccess.h>
 #include <sys/ioctl.h>
@@ -18,6 +23,7 @@
 #include <sys/sysmacros.h>
 #include <sys/time.h>
 #include <sys/uio.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <xf86drm.h>
 
@@ -67,7 +73,8 @@ TEST_F(sim_test, paths_lead_into_the_tree_and_no_further)
     EXPECT_EQ(open_error("/sys/class/drmx", O_RDONLY), ENOENT);
     EXPECT_EQ(open_error("/proc/self/status", O_RDONLY), 0);
     std::array<char, PATH_MAX> resolved{};
-    EXPECT_STREQ(realpath("/sys/dev/char/226:0/device/vendor", resolved.data()), node.c_str());
+    EXPECT_STREQ(realpath("/sys/dev/char/226:0/device/vendor", resolved.data()),
+                 (host.pci_device() + "/vendor").c_str());
 
     EXPECT_EQ(slurp("/sys//class/./drm/card0/device/vendor"), "0x7665\n");
     glob_t cards{};
@@ -92,6 +99,7 @@ TEST_F(sim_test, relative_paths_lead_there_too)
     const std::pair<const char *, const char *> cases[] = {
         {"/sys/class/drm/card0", "device/hwmon/hwmon1/temp1_max"},
         {"/sys/class/drm", ".//card0/device/hwmon/hwmon1/temp1_max"},
+        {"/sys/class/drm/card0/device", "../0000:03:00.0/hwmon/hwmon1/temp1_max"},
         {"/dev/dri", "../../sys/class/drm/card0/device/hwmon/hwmon1/temp1_max"}};
     const int home = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     std::array<char, PATH_MAX> seen{};
@@ -102,7 +110,7 @@ TEST_F(sim_test, relative_paths_lead_there_too)
         EXPECT_EQ(slurp(node), "1\n") << path;
         EXPECT_LT(openat(start, (std::string(path) + "_").c_str(), O_WRONLY | O_CREAT, 0644), 0);
         EXPECT_EQ(chdir(directory), 0);
-        EXPECT_STREQ(getcwd(seen.data(), seen.size()), directory);
+        EXPECT_EQ(std::string(getcwd(seen.data(), seen.size())), std::filesystem::canonical(directory));
         EXPECT_EQ(store(path, "23"), 0);
         EXPECT_EQ(slurp(node), "23\n") << path;
         close(fd);
@@ -132,7 +140,8 @@ TEST_F(sim_test, fortified_programs_are_led_there_too)
         EXPECT_STREQ(text.data(), "/dev/dri/card0");
         close(fd);
     }
-    EXPECT_STREQ(__realpath_chk("/sys/dev/char/226:0", text.data(), text.size()), "/sys/class/drm/card0");
+    EXPECT_STREQ(__realpath_chk("/sys/dev/char/226:0", text.data(), text.size()),
+                 (host.pci_device() + "/drm/card0").c_str());
 }
 
 TEST_F(sim_test, each_write_is_a_nodes_new_value)
@@ -196,6 +205,175 @@ TEST_F(sim_test, faults_are_edits_of_the_tree)
     char byte = 0;
     EXPECT_EQ(read(fd, &byte, 1), -1);
     close(fd);
+}
+
+// What a client reads of a node, as one that reads it twice; "errno 5" when it fails.
+std::string reading_of(const std::string &path)
+{
+    std::array<char, 64> text{};
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    ssize_t size = fd < 0 ? -1 : pread(fd, text.data(), text.size(), 0);
+    size = size < 0 ? -1 : pread(fd, text.data(), text.size(), 0);
+    std::string result =
+        size < 0 ? "errno " + std::to_string(errno) : std::string(text.data(), static_cast<std::size_t>(size));
+    close(fd);
+    return result;
+}
+
+TEST_F(sim_test, a_node_hangs_until_it_is_let_go)
+{
+    host.add_gpu();
+    host.instant_pauses();
+    const std::string node = host.hwmon(0, "temp1_input"), entry = "/host/stuck" + node;
+    struct {
+        const char *name;
+        std::function<void()> hold, let_go;
+    } const faults[] = {{"reading", [&] { host.stick(node); }, [&] { host.write(node, "51\n"); }},
+                        {"opening", [&] { host.link(node, "stuck:open"); }, [&] { host.write(node, "51\n"); }},
+                        {"entry",
+                         [&] {
+                             host.write(entry, "");
+                             host.write(node, "51\n");
+                         },
+                         [&] { host.remove(entry); }},
+                        {"card",
+                         [&] {
+                             host.write("/host/stuck/sys/class", "");
+                             host.write(node, "51\n");
+                         },
+                         [&] { host.remove("/host/stuck/sys/class"); }},
+                        {"pipe",
+                         [&] {
+                             host.remove(node);
+                             mkfifo(host.path(node).c_str(), 0644);
+                         },
+                         [&] { std::ofstream(host.path(node)) << "51\n"; }}};
+    for (const auto &[name, hold, let_go] : faults) {
+        hold();
+        struct stat info {};
+        EXPECT_EQ(stat(node.c_str(), &info) + access(node.c_str(), R_OK), 0) << name;
+        EXPECT_TRUE(S_ISREG(info.st_mode)) << name;
+        auto reading = std::async(std::launch::async, reading_of, node);
+        const pid_t child = fork();
+        if (child == 0)
+            _exit(reading_of(node).empty());
+        EXPECT_EQ(reading.wait_for(std::chrono::milliseconds(60)), std::future_status::timeout) << name;
+        int status = 0;
+        EXPECT_EQ(waitpid(child, &status, WNOHANG), 0) << name;
+        kill(child, SIGKILL);
+        EXPECT_EQ(waitpid(child, &status, 0), child) << name;
+        let_go();
+        EXPECT_EQ(reading.get(), "51\n") << name;
+        host.write(node, "48\n");
+        EXPECT_EQ(reading_of(node), "48\n");
+    }
+    host.fail_reads(node, EIO);
+    EXPECT_EQ(open_error(node, O_RDONLY), 0);
+    EXPECT_EQ(reading_of(node), "errno 5");
+
+    host.stick(node);
+    auto reading = std::async(std::launch::async, reading_of, node);
+    EXPECT_EQ(reading.wait_for(std::chrono::milliseconds(60)), std::future_status::timeout);
+    host.lose_card(0);
+    host.remove(host.pci_device() + node.substr(host.card(0, "device").size()));
+    EXPECT_EQ(reading.get(), "errno " + std::to_string(ENODEV));
+}
+
+TEST_F(sim_test, a_silent_node_cannot_be_left_by_dying)
+{
+    host.add_gpu();
+    const std::string node = host.hwmon(0, "temp1_input");
+    const pid_t child = [&] {
+        const silent_node silent(host.path(node), "51\n");
+        if (!silent)
+            return -1;
+        const pid_t reader = fork();
+        if (reader == 0)
+            _exit(reading_of(node) == "51\n" ? 7 : 8);
+        const auto state = [&] { return slurp("/proc/" + std::to_string(reader) + "/wchan"); };
+        for (int i = 0; i < 200 && state() == "0"; ++i)
+            usleep(10000);
+        usleep(50000);
+        kill(reader, SIGKILL);
+        usleep(100000);
+        EXPECT_EQ(waitpid(reader, nullptr, WNOHANG), 0);
+        silent.answer();
+        return reader;
+    }();
+    if (child < 0)
+        GTEST_SKIP() << "no node can be made to hang for good here";
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status));
+}
+
+TEST_F(sim_test, a_card_is_lost_and_returns_under_a_living_driver)
+{
+    host.add_gpu();
+    host.add_gpu();
+    veksim::driver_model model(host);
+    const std::string node = host.card(1, "device/gpu_util_info");
+    const auto cards = [] { return std::distance(std::filesystem::directory_iterator("/sys/class/drm"), {}); };
+    const auto whole = cards();
+    const std::string before = slurp(node);
+    host.lose_card(1);
+    model.tick(1);
+    EXPECT_EQ(cards(), whole - 1);
+    EXPECT_EQ(open_error(node, O_RDONLY), ENOENT);
+    EXPECT_EQ(open_error("/dev/dri/card1", O_RDONLY), ENOENT);
+    host.return_card(1);
+    EXPECT_EQ(slurp(node), before);
+    model.tick(1);
+    EXPECT_NE(slurp(node), before);
+    EXPECT_EQ(cards(), whole);
+}
+
+TEST_F(sim_test, a_device_is_on_the_bus_as_on_a_real_host)
+{
+    veksim::gpu_config config;
+    config.pci_address = "0001:a3:00.0";
+    config.subsystem_device_id = 0x12;
+    config.current_link_speed = "8.0 GT/s PCIe";
+    config.current_link_width = 4;
+    config.numa_node = 1;
+    veksim::gpu_state state;
+    state.aer_totals = {12, 3, 4};
+    host.add_gpu(config, state);
+    const std::string device = host.card(0, "device");
+    EXPECT_EQ(std::filesystem::read_symlink(device).filename(), config.pci_address);
+    EXPECT_EQ(std::filesystem::canonical(device), host.pci_bridge() + "/0001:a3:00.0");
+    EXPECT_EQ(std::filesystem::canonical("/sys/bus/pci/devices/0001:a3:00.0"), host.pci_device());
+    const std::pair<const char *, const char *> nodes[] = {{"power/runtime_status", "active\n"},
+                                                           {"power/control", "auto\n"},
+                                                           {"power_state", "D0\n"},
+                                                           {"numa_node", "1\n"},
+                                                           {"local_cpulist", "0-7\n"},
+                                                           {"current_link_width", "4\n"},
+                                                           {"class", "0x030000\n"},
+                                                           {"../vendor", "0x1b36\n"},
+                                                           {"../device", "0x000c\n"},
+                                                           {"../current_link_speed", "8.0 GT/s PCIe\n"}};
+    for (const auto &[node, text] : nodes)
+        EXPECT_EQ(slurp(device + "/" + node), text) << node;
+    const std::pair<const char *, const char *> errors[] = {{"correctable", "TOTAL_ERR_COR 12\n"},
+                                                            {"fatal", "TOTAL_ERR_FATAL 3\n"},
+                                                            {"nonfatal", "TOTAL_ERR_NONFATAL 4\n"}};
+    for (const auto &[kind, line] : errors)
+        EXPECT_TRUE(slurp(device + "/aer_dev_" + kind).ends_with(line)) << kind;
+
+    ASSERT_EQ(pci_system_init(), 0);
+    pci_device *found = pci_device_find_by_slot(1, 0xa3, 0, 0);
+    ASSERT_NE(found, nullptr);
+    std::uint16_t link = 0;
+    std::uint32_t capability = 0;
+    EXPECT_EQ(pci_device_probe(found), 0);
+    EXPECT_EQ(pci_device_cfg_read_u16(found, &link, 0x50 + 0x12), 0);
+    EXPECT_EQ(pci_device_cfg_read_u32(found, &capability, 0x50 + 0x0C), 0);
+    EXPECT_EQ(link & 0x3FF, (4 << 4) | 3);
+    EXPECT_EQ(capability & 0x3FF, (8U << 4) | 4);
+    EXPECT_EQ(found->subdevice_id, config.subsystem_device_id);
+    EXPECT_EQ(slurp(device + "/../config")[0x19], '\xa3') << "the bus behind the bridge";
+    pci_system_cleanup();
 }
 
 struct information_block {

@@ -2,6 +2,7 @@
 // The calls that take a descriptor.
 #include "descriptors.h"
 
+#include "faults.h"
 #include "libc.h"
 #include "requests.h"
 
@@ -21,7 +22,7 @@
 namespace veksim {
 namespace {
 
-constexpr std::size_t largest_attribute = 4096;
+constexpr std::size_t largest_attribute = 4096; // as the kernel has it
 
 std::array<std::atomic<opened>, 4096> kinds{};
 
@@ -36,14 +37,7 @@ bool descriptor_path(int fd, char *path)
 int reopen_replaced(int fd)
 {
     char path[PATH_MAX];
-    if (!descriptor_path(fd, path))
-        return -1;
-    constexpr const char suffix[] = " (deleted)";
-    constexpr std::size_t suffix_length = sizeof suffix - 1;
-    std::size_t length = strlen(path);
-    if (length > suffix_length && strcmp(path + length - suffix_length, suffix) == 0)
-        path[length - suffix_length] = '\0';
-    return libc::openat(AT_FDCWD, path, O_WRONLY | O_CLOEXEC);
+    return node_of_descriptor(fd, path) ? libc::openat(AT_FDCWD, path, O_WRONLY | O_CLOEXEC) : -1;
 }
 
 ssize_t replace_content(int fd, const void *bytes, std::size_t size)
@@ -63,6 +57,11 @@ ssize_t replace_content(int fd, const void *bytes, std::size_t size)
 bool is_attribute(int fd)
 {
     return kind_of(fd) == opened::attribute;
+}
+
+bool ready(int fd)
+{
+    return !is_held(fd) || settle(fd);
 }
 
 void forget_from(unsigned first, unsigned last)
@@ -118,18 +117,38 @@ void adopt_standard_descriptors()
 {
     for (int fd = 0; fd <= 2; ++fd) {
         char path[PATH_MAX];
-        if (!descriptor_path(fd, path))
+        if (!node_of_descriptor(fd, path))
             continue;
-        const char *name = name_on_host(path);
+        const char *name = name_of_node(path);
+        const int flags = libc::fcntl(fd, F_GETFL);
         if (name != path)
-            set_kind(fd, opened_on(host_path(name), (libc::fcntl(fd, F_GETFL) & O_ACCMODE) != O_RDONLY));
+            set_kind(fd, (flags & O_PATH) != 0 ? opened::held
+                                               : opened_on(host_path(name), (flags & O_ACCMODE) != O_RDONLY));
     }
+}
+
+bool node_of_descriptor(int fd, char *path)
+{
+    if (!descriptor_path(fd, path))
+        return false;
+    constexpr const char suffix[] = " (deleted)";
+    constexpr std::size_t suffix_length = sizeof suffix - 1;
+    std::size_t length = strlen(path);
+    if (length > suffix_length && strcmp(path + length - suffix_length, suffix) == 0)
+        path[length - suffix_length] = '\0';
+    return true;
+}
+
+bool is_held(int fd)
+{
+    const opened kind = kind_of(fd);
+    return kind == opened::held || kind == opened::held_for_writing;
 }
 
 bool card_of_path(const char *path_in_tree, unsigned *card)
 {
     constexpr const char prefix[] = "/dev/dri/card";
-    const char *name = name_on_host(path_in_tree);
+    const char *name = name_of_node(path_in_tree);
     if (name == path_in_tree || strncmp(name, prefix, sizeof prefix - 1) != 0)
         return false;
     const char *number = name + sizeof prefix - 1;
@@ -143,7 +162,7 @@ bool card_of_path(const char *path_in_tree, unsigned *card)
 bool card_of_descriptor(int fd, unsigned *card)
 {
     char path[PATH_MAX];
-    return kind_of(fd) == opened::card && descriptor_path(fd, path) && card_of_path(path, card);
+    return (kind_of(fd) == opened::card || is_held(fd)) && node_of_descriptor(fd, path) && card_of_path(path, card);
 }
 
 void make_character_device(struct stat *info, unsigned card)
@@ -152,9 +171,18 @@ void make_character_device(struct stat *info, unsigned card)
     info->st_rdev = makedev(drm_major, card);
 }
 
+// A node under sysfs, whatever stands for it.
+void make_attribute(struct stat *info)
+{
+    info->st_mode = S_IFREG | 0644;
+    info->st_size = largest_attribute;
+}
+
 int stat_descriptor(int fd, struct stat *info)
 {
     int result = libc::fstat(fd, info);
+    if (result == 0 && is_held(fd))
+        make_attribute(info);
     unsigned card = 0;
     if (result == 0 && card_of_descriptor(fd, &card))
         make_character_device(info, card);
@@ -190,14 +218,57 @@ ssize_t store_attribute(int fd, const void *bytes, std::size_t size)
 
 extern "C" {
 
+ssize_t hook_read(int fd, void *buffer, std::size_t size)
+{
+    return ready(fd) ? libc::read(fd, buffer, size) : -1;
+}
+VEKSIM_PUBLISH(read, hook_read);
+
+ssize_t hook_read_chk(int fd, void *buffer, std::size_t size, std::size_t)
+{
+    return hook_read(fd, buffer, size);
+}
+VEKSIM_PUBLISH(__read_chk, hook_read_chk);
+
+ssize_t hook_pread(int fd, void *buffer, std::size_t size, off_t offset)
+{
+    return ready(fd) ? libc::pread(fd, buffer, size, offset) : -1;
+}
+VEKSIM_PUBLISH(pread, hook_pread);
+VEKSIM_PUBLISH(pread64, hook_pread);
+
+ssize_t hook_pread_chk(int fd, void *buffer, std::size_t size, off_t offset, std::size_t)
+{
+    return hook_pread(fd, buffer, size, offset);
+}
+VEKSIM_PUBLISH(__pread_chk, hook_pread_chk);
+VEKSIM_PUBLISH(__pread64_chk, hook_pread_chk);
+
+ssize_t hook_readv(int fd, const struct iovec *pieces, int count)
+{
+    return ready(fd) ? libc::readv(fd, pieces, count) : -1;
+}
+VEKSIM_PUBLISH(readv, hook_readv);
+
+ssize_t hook_preadv(int fd, const struct iovec *pieces, int count, off_t offset)
+{
+    return ready(fd) ? libc::preadv(fd, pieces, count, offset) : -1;
+}
+VEKSIM_PUBLISH(preadv, hook_preadv);
+VEKSIM_PUBLISH(preadv64, hook_preadv);
+
 ssize_t hook_write(int fd, const void *bytes, std::size_t size)
 {
+    if (!ready(fd))
+        return -1;
     return is_attribute(fd) ? store_attribute(fd, bytes, size) : libc::write(fd, bytes, size);
 }
 VEKSIM_PUBLISH(write, hook_write);
 
 ssize_t hook_pwrite(int fd, const void *bytes, std::size_t size, off_t offset)
 {
+    if (!ready(fd))
+        return -1;
     return is_attribute(fd) ? store_attribute(fd, bytes, size) : libc::pwrite(fd, bytes, size, offset);
 }
 VEKSIM_PUBLISH(pwrite, hook_pwrite);
@@ -379,6 +450,8 @@ int hook_ioctl(int fd, unsigned long request, ...)
     va_start(arguments, request);
     void *argument = va_arg(arguments, void *);
     va_end(arguments);
+    if (!ready(fd))
+        return -1;
     unsigned card = 0;
     if (card_of_descriptor(fd, &card))
         return answer_request(card, static_cast<unsigned>(request), argument);

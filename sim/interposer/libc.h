@@ -52,6 +52,10 @@ inline constinit next<int(int, const char *, mode_t, int)> fchmodat("fchmodat");
 inline constinit next<int(const char *, off_t)> truncate("truncate");
 
 inline constinit next<int(int, struct stat *)> fstat("fstat");
+inline constinit next<ssize_t(int, void *, std::size_t)> read("read");
+inline constinit next<ssize_t(int, void *, std::size_t, off_t)> pread("pread");
+inline constinit next<ssize_t(int, const struct iovec *, int)> readv("readv");
+inline constinit next<ssize_t(int, const struct iovec *, int, off_t)> preadv("preadv");
 inline constinit next<ssize_t(int, const void *, std::size_t)> write("write");
 inline constinit next<ssize_t(int, const void *, std::size_t, off_t)> pwrite("pwrite");
 inline constinit next<ssize_t(int, const struct iovec *, int)> writev("writev");

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The calls that open what a path leads to.
 #include "descriptors.h"
+#include "faults.h"
 #include "libc.h"
 #include "tree.h"
 
@@ -23,10 +24,12 @@ int open_path(int directory, const char *path, int flags, mode_t mode)
             return -1;
         }
     }
+    if (target.inside())
+        return open_led(target, flags, mode);
     int fd = libc::openat(directory, target.text(), flags, mode);
     if (fd >= 0)
-        set_kind(fd, opened_on(target, writing));
-    return target.or_planted_failure(fd);
+        set_kind(fd, opened::ordinary);
+    return fd;
 }
 
 bool takes_mode(int flags)
@@ -53,6 +56,7 @@ FILE *open_stream(const char *path, const char *mode, FILE *reused)
     host_path target(path);
     bool writing = strpbrk(mode, "wa+") != nullptr;
     FILE *stream = nullptr;
+    outwait(target);
     if (reused != nullptr)
         set_kind(fileno(reused), opened::ordinary);
     if (may_open_stream(target, writing))

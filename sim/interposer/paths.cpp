@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The calls that ask about a path, or change what it names.
 #include "descriptors.h"
+#include "faults.h"
 #include "libc.h"
 #include "tree.h"
 
@@ -14,6 +15,15 @@
 namespace veksim {
 namespace {
 
+// Only reading fails or hangs there.
+bool seems_there(const host_path &path)
+{
+    if (!path.inside())
+        return false;
+    const planted fault = planted_at(path.text());
+    return fault.sticks != moment::never || fault.fails == moment::reading;
+}
+
 int check_access(int directory, const char *path, int mode, int flags)
 {
     host_path target(path, directory);
@@ -21,7 +31,8 @@ int check_access(int directory, const char *path, int mode, int flags)
         errno = EACCES;
         return -1;
     }
-    return target.or_planted_failure(libc::faccessat(directory, target.text(), mode, flags));
+    int result = libc::faccessat(directory, target.text(), mode, flags);
+    return result < 0 && seems_there(target) ? 0 : target.or_planted_failure(result);
 }
 
 bool means_descriptor(int directory, const char *path, int flags)
@@ -29,12 +40,23 @@ bool means_descriptor(int directory, const char *path, int flags)
     return (flags & AT_EMPTY_PATH) != 0 && (path == nullptr || *path == '\0') && directory >= 0;
 }
 
+// A pipe, or what a link that is no link on a host was looked at as.
+bool is_fault(const struct stat &info, const host_path &path)
+{
+    return S_ISFIFO(info.st_mode) || (S_ISLNK(info.st_mode) && seems_there(path));
+}
+
 int stat_path(int directory, const char *path, struct stat *info, int flags)
 {
     if (means_descriptor(directory, path, flags))
         return stat_descriptor(directory, info);
     host_path target(path, directory);
-    int result = target.or_planted_failure(libc::fstatat(directory, target.text(), info, flags));
+    int result = libc::fstatat(directory, target.text(), info, flags);
+    if (result < 0 && seems_there(target))
+        result = libc::fstatat(AT_FDCWD, target.text(), info, AT_SYMLINK_NOFOLLOW);
+    target.or_planted_failure(result);
+    if (result == 0 && target.where() == zone::sysfs && is_fault(*info, target))
+        make_attribute(info);
     unsigned card = 0;
     if (result == 0 && target.where() == zone::dri && card_of_path(target.text(), &card))
         make_character_device(info, card);
@@ -65,7 +87,7 @@ ssize_t read_link(int directory, const char *path, char *buffer, std::size_t siz
     if (length < 0)
         return length;
     whole[length] = '\0';
-    const char *name = name_on_host(whole);
+    const char *name = name_of_node(whole);
     std::size_t taken = std::min(strlen(name), size);
     std::copy_n(name, taken, buffer);
     return static_cast<ssize_t>(taken);
@@ -150,7 +172,13 @@ VEKSIM_PUBLISH(__fxstatat64, hook_fxstatat);
 int hook_statx(int directory, const char *path, int flags, unsigned mask, struct statx *info)
 {
     host_path target(path, directory);
-    int result = target.or_planted_failure(libc::statx(directory, target.text(), flags, mask, info));
+    int result = libc::statx(directory, target.text(), flags, mask, info);
+    const bool fault = result < 0 ? seems_there(target) : target.where() == zone::sysfs && S_ISFIFO(info->stx_mode);
+    if (fault)
+        result = libc::statx(AT_FDCWD, target.text(), AT_SYMLINK_NOFOLLOW, mask, info);
+    target.or_planted_failure(result);
+    if (result == 0 && fault && target.where() == zone::sysfs)
+        info->stx_mode = static_cast<decltype(info->stx_mode)>(S_IFREG | 0644);
     unsigned card = 0;
     bool is_card = means_descriptor(directory, path, flags)
                        ? card_of_descriptor(directory, &card)

@@ -3,6 +3,7 @@
 #include "requests.h"
 
 #include "../card_requests.h"
+#include "faults.h"
 #include "libc.h"
 #include "tree.h"
 
@@ -35,6 +36,7 @@ struct version_block {
     std::size_t description_length;
     char *description;
 };
+constexpr std::size_t largest_reply = 1 << 20; // that a pipe may give
 constexpr unsigned version_request = _IOWR('d', 0x00, version_block);
 
 // The caller first asks with length 0, then comes back with room for that length.
@@ -162,25 +164,38 @@ int put_line(reply_writer &reply, char *line)
     return 0;
 }
 
-char *read_whole(const char *path)
+// A pipe in a reply's place lets the request wait for what is written there; so does a link to "stuck".
+int open_reply(const char *path)
 {
-    int fd = libc::openat(AT_FDCWD, path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return nullptr;
-    struct stat info;
-    char *text = nullptr;
-    if (libc::fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) {
-        std::size_t size = static_cast<std::size_t>(info.st_size);
-        text = static_cast<char *>(malloc(size + 1));
-        ssize_t length = text == nullptr ? -1 : read(fd, text, size);
-        if (length >= 0) {
-            text[length] = '\0';
-        } else {
-            free(text);
-            text = nullptr;
+    for (;; nap()) {
+        int fd = libc::openat(AT_FDCWD, path, O_RDONLY | O_CLOEXEC);
+        if (fd >= 0)
+            return fd;
+        const planted fault = planted_at(path);
+        if (fault.sticks == moment::never) {
+            errno = fault.error != 0 ? fault.error : ENOTTY;
+            return -1;
         }
     }
+}
+
+// The text at PATH; null, with an error number, when the request has no answer.
+char *read_reply(const char *path)
+{
+    int fd = open_reply(path);
+    if (fd < 0)
+        return nullptr;
+    struct stat info {};
+    libc::fstat(fd, &info);
+    std::size_t room = S_ISFIFO(info.st_mode) ? largest_reply : static_cast<std::size_t>(info.st_size);
+    char *text = S_ISDIR(info.st_mode) ? nullptr : static_cast<char *>(malloc(room + 1));
+    std::size_t length = 0;
+    for (ssize_t size = 1; text != nullptr && size > 0; length += static_cast<std::size_t>(std::max<ssize_t>(size, 0)))
+        size = libc::read(fd, text + length, room - length);
     libc::close(fd);
+    if (text != nullptr)
+        text[length] = '\0';
+    errno = ENOTTY;
     return text;
 }
 
@@ -199,11 +214,10 @@ int answer_information(unsigned card, unsigned request, const information_block 
     char name[64];
     char path[PATH_MAX];
     snprintf(name, sizeof name, "/host/requests/card%u/%08X.%u", card, request, block.selector);
-    char *text = tree_path(path, name) ? read_whole(path) : nullptr;
-    if (text == nullptr) {
-        errno = ENOTTY;
+    errno = ENOTTY;
+    char *text = tree_path(path, name) ? read_reply(path) : nullptr;
+    if (text == nullptr)
         return -1;
-    }
     if (block.address == 0) {
         free(text);
         errno = EFAULT;

@@ -4,6 +4,7 @@
 #include "../veksim.h"
 #include "clock.h"
 #include "descriptors.h"
+#include "faults.h"
 #include "libc.h"
 
 #include <cerrno>
@@ -172,6 +173,16 @@ const char *name_on_host(const char *path)
     return after_prefix(name, "/host") == nullptr ? name : path; // a host knows nothing of its own making
 }
 
+const char *name_of_node(const char *path)
+{
+    const char *name = name_on_host(path);
+    const root *base = active();
+    if (name != path || base == nullptr || strncmp(path, base->path, base->length) != 0)
+        return name;
+    const char *stuck = after_prefix(path + base->length, "/host/stuck");
+    return stuck != nullptr && *stuck != '\0' ? stuck : path;
+}
+
 bool link_target(const char *link, char *buffer)
 {
     int saved = errno;
@@ -214,20 +225,11 @@ void host_path::lead(const char *path)
     }
 }
 
-int host_path::planted_error() const
-{
-    constexpr const char prefix[] = "errno:";
-    char target[PATH_MAX];
-    if (!inside() || !link_target(text_, target) || strncmp(target, prefix, sizeof prefix - 1) != 0)
-        return 0;
-    return atoi(target + sizeof prefix - 1);
-}
-
 int host_path::or_planted_failure(int result) const
 {
-    if (result < 0) {
-        int planted = planted_error();
-        errno = planted != 0 ? planted : errno;
+    if (result < 0 && inside()) {
+        const planted fault = planted_at(text_);
+        errno = fault.error != 0 ? fault.error : errno;
     }
     return result;
 }

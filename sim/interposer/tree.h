@@ -18,13 +18,12 @@ public:
     zone where() const { return zone_; }
     bool inside() const { return zone_ != zone::outside; }
 
-    // RESULT of a call on this path, with the error number of a failure planted there by a link to "errno:13".
+    // RESULT of a call on this path, with the error number of a failure planted there.
     int or_planted_failure(int result) const;
     bool write_protected() const;
 
 private:
     void lead(const char *path);
-    int planted_error() const;
 
     const char *text_;
     zone zone_ = zone::outside;
@@ -37,6 +36,8 @@ bool tree_path(char *buffer, const char *name);
 bool tree_has(const char *name);
 // The name on the host of what lies in the tree; other paths as they are.
 const char *name_on_host(const char *path);
+// The same where an entry below host/stuck bears the node's name.
+const char *name_of_node(const char *path);
 // Where a link leads, into a buffer of PATH_MAX.
 bool link_target(const char *link, char *buffer);
 

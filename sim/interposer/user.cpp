@@ -19,8 +19,8 @@ uid_t played_user(next<uid_t()> &real)
         return real();
     int saved = errno;
     char text[16] = "";
-    int fd = libc::openat(AT_FDCWD, path, O_RDONLY | O_CLOEXEC);
-    ssize_t length = fd < 0 ? -1 : read(fd, text, sizeof text - 1);
+    int fd = libc::openat(AT_FDCWD, path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ssize_t length = fd < 0 ? -1 : libc::read(fd, text, sizeof text - 1);
     if (fd >= 0)
         libc::close(fd);
     errno = saved;
