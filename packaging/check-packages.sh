@@ -66,7 +66,7 @@ make_root() {
     debootstrap --arch="$architecture" --variant=minbase "$codename" "$root" "$mirror"
     mount -t proc proc "$root/proc"
     mkdir "$root/packages"
-    cp "$packages"/*_"$architecture".deb "$root/packages"
+    cp "$packages"/*_"$architecture".deb "$packages"/*_all.deb "$root/packages"
     rm -f "$root"/packages/*-dbgsym_*
 }
 
@@ -78,7 +78,7 @@ files() {
 
 removal() {
     step "removal"
-    inside apt-get remove -y --auto-remove 'libvekgpu-ml*' veksmi veksim
+    inside apt-get remove -y --auto-remove 'libvekgpu-ml*' python3-vekgpu-ml veksmi veksim
     inside apt-get purge -y '?config-files'
     files | comm -13 "$root/packages/files" - >"$root/packages/left"
     [ ! -s "$root/packages/left" ] || fail "left behind: $(cat "$root/packages/left")"
@@ -101,7 +101,7 @@ try_tools() {
 
 try_development() {
     step "clients of the development package"
-    install --no-install-recommends g++ libc6-dev pkgconf python3 libva2 libva-drm2
+    install --no-install-recommends g++ libc6-dev pkgconf
     files >"$root/packages/files"
     install './libvekgpu-ml-dev_*.deb ./libvekgpu-ml1_*.deb ./veksim_*.deb'
     # shellcheck disable=SC2016
@@ -112,10 +112,24 @@ try_development() {
         c++ -std=c++17 -O2 -D_FORTIFY_SOURCE=2 fan.cpp -o /packages/fan $flags
         veksim -- /packages/refresh 2
         veksim -- /packages/fan 0 60
-        veksim -- python3 codecs.py | tee /packages/codecs
-        grep "hevc main encoder" /packages/codecs
     ' || fail "the examples"
     [ -s "$root/usr/share/man/man3/libvekgpu-ml.3.gz" ] || fail "libvekgpu-ml(3) is missing"
+    removal
+}
+
+try_python() {
+    step "the Python module"
+    install --no-install-recommends python3 libva2 libva-drm2
+    files >"$root/packages/files"
+    install './python3-vekgpu-ml_*.deb ./libvekgpu-ml1_*.deb ./veksim_*.deb'
+    inside sh -eu -c '
+        veksim -- python3 -m vekgpu_ml | tee /packages/list
+        grep "VEK S280 XT" /packages/list
+        veksim -- python3 -c "import vekgpu_ml; print(*vekgpu_ml.gpus()[0].codecs(), sep=chr(10))" | tee /packages/codecs
+        grep "hevc main.*yuv420" /packages/codecs
+        veksim -- python3 /usr/share/doc/python3-vekgpu-ml/examples/sample.py 1 0.5 | tee /packages/samples
+        [ "$(grep -c "VEK M310,[1-9]" /packages/samples)" -ge 2 ]
+    ' || fail "the module"
     removal
 }
 
@@ -127,4 +141,5 @@ step "a bare root for $architecture"
 make_root
 try_tools
 try_development
+try_python
 step "the packages install, run and leave nothing behind"

@@ -59,7 +59,3 @@ echo 2000 >"$fan/pwm1"
 echo 0 >"$fan/fan1_ctrl_mode"
 expect "set by PWM value" "$work/fan" 0 62
 [ "$(cat "$fan/fan1_ctrl_mode")" = 0 ] || fail "fan keeps a fan that it could not set"
-
-command -v python3 >/dev/null || exit 0
-expect "^1 TALON-.*load [0-9]+ %, temperature [1-9]" python3 "$source/codecs.py"
-expect "hevc main encoder +yuv420" python3 "$source/codecs.py"
