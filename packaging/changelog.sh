@@ -7,7 +7,11 @@ cd "$1"
 version=$(sed -n 's/^project(.* VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 news=$(awk -v heading="## $version" '
     /^## / { inside = $0 == heading; next }
-    inside && NF { if (!sub(/^- /, "* ") && !/^ /) sub(/^/, "* "); print "  " $0 }' NEWS.md | fmt -t -w 78)
+    inside && NF { separator = /^ / ? " " : "\n"; sub(/^(- | +)/, ""); printf "%s%s", separator, $0 }
+    END { print "" }' NEWS.md |
+    sed "/^$/d" | while read -r item; do
+    printf '%s\n' "$item" | fmt -w 74 | sed '1s/^/  * /; 1!s/^/    /'
+done)
 if [ -z "$news" ]; then
     echo "NEWS.md has no section \"## $version\"" >&2
     exit 1

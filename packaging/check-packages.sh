@@ -122,6 +122,7 @@ try_python() {
     install --no-install-recommends python3 libva2 libva-drm2
     files >"$root/packages/files"
     install './python3-vekgpu-ml_*.deb ./libvekgpu-ml1_*.deb ./veksim_*.deb'
+    # shellcheck disable=SC2016
     inside sh -eu -c '
         veksim -- python3 -m vekgpu_ml | tee /packages/list
         grep "VEK S280 XT" /packages/list
