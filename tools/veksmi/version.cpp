@@ -22,7 +22,7 @@ value library_version()
 value package_version()
 {
     char text[64] = {};
-    vekml_device_get_driver_release_version(text, sizeof text);
+    vekml_device_get_driver_release_version(text, sizeof text - 1);
     return text_value(text);
 }
 
