@@ -8,24 +8,24 @@
 
 namespace vekml {
 
-bool text_node::read(const char *path)
+bool text_node::read(const node_ref &node)
 {
-    const unique_fd node(open(path, O_RDONLY | O_CLOEXEC));
-    if (!node)
+    const unique_fd file = node.open(O_RDONLY);
+    if (!file)
         return false;
-    const ssize_t length = ::read(node.get(), text_, sizeof text_ - 1);
+    const ssize_t length = ::read(file.get(), text_, sizeof text_ - 1);
     text_[length > 0 ? length : 0] = '\0';
     return true;
 }
 
-bool long_text_node::read(const char *path)
+bool long_text_node::read(const node_ref &node)
 {
-    const unique_fd node(open(path, O_RDONLY | O_CLOEXEC));
-    if (!node)
+    const unique_fd file = node.open(O_RDONLY);
+    if (!file)
         return false;
     ssize_t part = 1;
     while (part > 0 && (length_ < capacity_ - 1 || grow())) {
-        part = ::read(node.get(), buffer_ + length_, capacity_ - 1 - length_);
+        part = ::read(file.get(), buffer_ + length_, capacity_ - 1 - length_);
         length_ += static_cast<std::size_t>(std::max<ssize_t>(part, 0));
     }
     buffer_[length_] = '\0';

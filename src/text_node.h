@@ -12,7 +12,7 @@ namespace vekml {
 class text_node {
 public:
     /** False when the node cannot be opened; one that opens but cannot be read has an empty text. */
-    bool read(const char *path);
+    bool read(const node_ref &node);
     const char *text() const { return text_; }
 
 private:
@@ -29,7 +29,7 @@ public:
     long_text_node &operator=(const long_text_node &) = delete;
 
     /** False when the node cannot be opened; one that opens but cannot be read has an empty text. */
-    bool read(const char *path);
+    bool read(const node_ref &node);
     const char *text() const { return buffer_; }
     std::size_t length() const { return length_; }
 

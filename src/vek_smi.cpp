@@ -46,7 +46,7 @@ std::span<vekml_device_record_t> devices()
 
 bool is_directory(const char *path)
 {
-    return static_cast<bool>(unique_directory(opendir(path)));
+    return static_cast<bool>(unique_fd(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
 }
 
 /** Find the GPUs among all cards, or try one card alone. */
@@ -54,7 +54,7 @@ void discover_vekgpu_devices(std::optional<std::uint32_t> only)
 {
     if (only)
         globals.count = 0;
-    const unique_directory drm(opendir(drm_class));
+    const unique_directory drm = read_as_directory(unique_fd(open(drm_class, O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
     if (!drm) {
         fputs("Open failed, there's no such path", stdout);
         return;
@@ -101,7 +101,7 @@ void get_product_name()
 {
     for (auto &device : devices()) {
         copy_text(device.product_name_path, sizeof device.product_name_path,
-                  node_path<>(device.card_path, "/vek_product_name"));
+                  node_path<>(device.card_path, "/vek_product_name").text());
         read_from_node(device.product_name_path, device.name, sizeof device.name);
         TRACE("get_product_name: architecture %s", device.name);
     }
@@ -110,7 +110,7 @@ void get_product_name()
 void get_product_dbdf()
 {
     for (auto &device : devices()) {
-        copy_text(device.dbdf_path, sizeof device.dbdf_path, node_path<>(device.card_path, "/vek_dbdf"));
+        copy_text(device.dbdf_path, sizeof device.dbdf_path, node_path<>(device.card_path, "/vek_dbdf").text());
         read_from_node(device.dbdf_path, device.dbdf, sizeof device.dbdf);
         TRACE("dbdf %s", device.dbdf);
         parse_dbdf(device.dbdf, &device.domain, &device.bus, &device.device, &device.function);
@@ -172,7 +172,7 @@ void get_link_info()
     for (auto &device : devices()) {
         for (const auto &node : link_nodes) {
             auto &path = device.*node.path;
-            copy_text(path, sizeof path, node_path<>(device.card_path, node.suffix));
+            copy_text(path, sizeof path, node_path<>(device.card_path, node.suffix).text());
             TRACE("%s", path);
             text.read(path);
             device.*node.value = static_cast<std::uint32_t>(text.number());
@@ -280,6 +280,7 @@ void is_vekgpu_driver_loaded(pci_device *controller)
 
 void discover_pci_controllers()
 {
+    const closed_descriptors_taken for_others;
     clean_up_pci_system(); // of an earlier start
     pci_system_started = true;
     if (pci_system_init() != 0) {

@@ -189,7 +189,7 @@ vekml_return_t get_fill_rate(const char *function, vekml_device_t device, float 
 vekml_return_t vekml_device_get_gddr_size(vekml_device_t device, uint32_t *size)
 {
     const node_path<> path(device->hwmon_path, "/vek_gddr_size");
-    if (access(path, F_OK) != 0)
+    if (!node_ref(path).allows(F_OK))
         return VEKML_ERROR_NODE_IO;
     node_text<20> text;
     text.read(path);
@@ -200,7 +200,7 @@ vekml_return_t vekml_device_get_gddr_size(vekml_device_t device, uint32_t *size)
 vekml_return_t vekml_device_get_gddr_speed(vekml_device_t device, uint64_t *speed)
 {
     const node_path<> path(device->hwmon_path, "/vek_gddr_phys_speed");
-    if (access(path, F_OK) != 0)
+    if (!node_ref(path).allows(F_OK))
         return VEKML_ERROR_NODE_IO;
     node_text<20> text;
     text.read(path);

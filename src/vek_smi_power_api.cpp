@@ -77,12 +77,11 @@ vekml_return_t vekml_device_set_power_volt(vekml_device_t handle, const char *te
     if (!require_root("set power volt failed"))
         return VEKML_ERROR_NO_PERMISSION;
     const node_path<> path(handle->hwmon_path, "/in0_input");
-    const int refused = access(path, W_OK);
-    if (refused != 0) {
+    if (!node_ref(path).allows(W_OK)) {
         fputs("\nThe voltage value cannot be modified (you can try to check the driver version)\n", stdout);
         return VEKML_ERROR_NO_PERMISSION;
     }
-    TRACE("access(in0_input,W_OK) = %d", refused);
+    TRACE("access(in0_input,W_OK) = 0");
     const int written = write_to_node(path, text);
     usleep(voltage_settling_time);
     if (written != 0) {

@@ -13,26 +13,35 @@ namespace vekml {
 
 // ---- Driver nodes ----
 
-int read_from_node(const char *path, char *dst, std::uint32_t size)
+unique_fd node_ref::open(int flags) const
 {
-    const unique_fd node(open(path, O_RDONLY | O_CLOEXEC));
-    if (!node) {
+    if (missing_) {
+        errno = ENOENT;
+        return {};
+    }
+    return unique_fd(::open(path_, flags | O_CLOEXEC));
+}
+
+int read_from_node(const node_ref &node, char *dst, std::uint32_t size)
+{
+    const unique_fd file = node.open(O_RDONLY);
+    if (!file) {
         const char *reason = strerror(errno);
         TRACE("open error");
-        TRACE("%d, %s, %s", node.get(), reason, path);
+        TRACE("%d, %s, %s", file.get(), reason, node.path());
         return -1;
     }
 
     // The first read only measures: the driver makes the text anew for each.
     char text[node_capacity];
-    ssize_t length = pread(node.get(), text, sizeof text, 0);
+    ssize_t length = pread(file.get(), text, sizeof text, 0);
     TRACE("readsize is %d", static_cast<int>(length));
     if (length > 0)
-        length = pread(node.get(), text, static_cast<std::size_t>(length), 0);
+        length = pread(file.get(), text, static_cast<std::size_t>(length), 0);
     if (length < 0) {
         const char *reason = strerror(errno);
-        TRACE("read %s error", path);
-        TRACE("%d, %s, %s", node.get(), reason, path);
+        TRACE("read %s error", node.path());
+        TRACE("%d, %s, %s", file.get(), reason, node.path());
         return -1;
     }
 
@@ -48,35 +57,35 @@ int read_from_node(const char *path, char *dst, std::uint32_t size)
     return 0;
 }
 
-int write_to_node(const char *path, const char *text)
+int write_to_node(const node_ref &node, const char *text)
 {
-    const unique_fd node(open(path, O_RDWR | O_CLOEXEC));
-    if (!node) {
+    const unique_fd file = node.open(O_RDWR);
+    if (!file) {
         const char *reason = strerror(errno);
         TRACE("open error");
-        TRACE("%d, %s, %s", node.get(), reason, path);
+        TRACE("%d, %s, %s", file.get(), reason, node.path());
         return -1;
     }
     const std::size_t length = strlen(text);
-    const bool written = write(node.get(), text, length) >= 0;
+    const bool written = write(file.get(), text, length) >= 0;
     const char *reason = written ? "" : strerror(errno);
-    TRACE("writebuff = %s node path : %s, size of writebuff : %ld, strlen tmp : %ld", text, path, 8L,
+    TRACE("writebuff = %s node path : %s, size of writebuff : %ld, strlen tmp : %ld", text, node.path(), 8L,
           static_cast<long>(length));
     if (!written)
-        TRACE("write %s errno = %s", path, reason);
+        TRACE("write %s errno = %s", node.path(), reason);
     return written ? 0 : -1;
 }
 
-int get_data_from_node(const char *path, std::uint64_t *value)
+int get_data_from_node(const node_ref &node, std::uint64_t *value)
 {
-    TRACE("node_path: %s.", path);
-    const unique_file node(fopen(path, "re"));
-    if (!node) {
-        TRACE("fopen() %s failed.", path);
+    TRACE("node_path: %s.", node.path());
+    const unique_file file = read_as_stream(node.open(O_RDONLY));
+    if (!file) {
+        TRACE("fopen() %s failed.", node.path());
         return -1;
     }
-    (void)!fscanf(node.get(), "%lx", value);
-    TRACE("get data from [%s]: 0x%04lx", path, *value);
+    (void)!fscanf(file.get(), "%lx", value);
+    TRACE("get data from [%s]: 0x%04lx", node.path(), *value);
     return 0;
 }
 
@@ -232,9 +241,14 @@ constexpr char driver_name[] = "vekgpu";
 /** The output of a shell command, line by line, without line ends. */
 class command_output {
 public:
-    explicit command_output(const char *command) : pipe_(popen(command, "re")) {}
+    explicit command_output(const char *command)
+    {
+        const closed_descriptors_taken for_others;
+        pipe_.reset(popen(command, "re"));
+    }
 
     explicit operator bool() const { return pipe_ != nullptr; }
+
     /** The next line, or a piece of an overlong one; null at the end. It may be cut up by the caller. */
     char *next_line()
     {

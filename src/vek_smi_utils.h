@@ -14,28 +14,18 @@ namespace vekml {
 /** A driver attribute is at most this long; what lies behind is never read. */
 inline constexpr std::size_t node_capacity = 4096;
 
-/** Read a node's text, less its last byte (a sysfs attribute's newline), into `dst`. An empty node is a success that
- *  leaves `dst` alone; a text that does not fit is cut, with a warning on standard output. */
-int read_from_node(const char *path, char *dst, std::uint32_t size);
-
-/** Write a text into an existing node, unchanged. */
-int write_to_node(const char *path, const char *text);
-
-/** Read one hexadecimal number; `*value` stays when the node holds none. */
-int get_data_from_node(const char *path, std::uint64_t *value);
-
 /** The path of a node, cut where it exceeds the buffer. */
 template <std::size_t Capacity = 256>
 class node_path {
 public:
     /** @param suffix begins with a slash */
-    node_path(const char *directory, const char *suffix)
+    node_path(const char *directory, const char *suffix) : has_directory_(*directory != '\0')
     {
         const std::size_t length = append(0, directory);
         text_[append(length, suffix)] = '\0';
     }
     const char *text() const { return text_; }
-    operator const char *() const { return text_; }
+    bool has_directory() const { return has_directory_; }
 
 private:
     std::size_t append(std::size_t at, const char *piece)
@@ -44,8 +34,37 @@ private:
         std::memcpy(text_ + at, piece, length);
         return at + length;
     }
+    bool has_directory_;
     char text_[Capacity];
 };
+
+/** Which node to open. One whose directory is not known (a GPU without hwmon has none) is missing, whatever its name
+ *  means in the root directory. */
+class node_ref {
+public:
+    node_ref(const char *path) : path_(path) {}
+    template <std::size_t Capacity>
+    node_ref(const node_path<Capacity> &path) : path_(path.text()), missing_(!path.has_directory())
+    {}
+    const char *path() const { return path_; }
+    bool allows(int access_mode) const { return !missing_ && access(path_, access_mode) == 0; }
+    /** Not inherited by programs that the caller starts; errno tells the reason of a failure. */
+    unique_fd open(int flags) const;
+
+private:
+    const char *path_;
+    bool missing_ = false;
+};
+
+/** Read a node's text, less its last byte (a sysfs attribute's newline), into `dst`. An empty node is a success that
+ *  leaves `dst` alone; a text that does not fit is cut, with a warning on standard output. */
+int read_from_node(const node_ref &node, char *dst, std::uint32_t size);
+
+/** Write a text into an existing node, unchanged. */
+int write_to_node(const node_ref &node, const char *text);
+
+/** Read one hexadecimal number; `*value` stays when the node holds none. */
+int get_data_from_node(const node_ref &node, std::uint64_t *value);
 
 /** The leading decimal integer of a text, in the width in which the library stores it; 0 when there is none. */
 std::int32_t decimal(const char *text);
@@ -55,7 +74,7 @@ template <std::size_t Capacity = 20>
 struct node_text {
     char text[Capacity] = {};
 
-    int read(const char *path) { return read_from_node(path, text, Capacity); }
+    int read(const node_ref &node) { return read_from_node(node, text, Capacity); }
     int read(const char *directory, const char *suffix) { return read(node_path<>(directory, suffix)); }
     std::int32_t number() const { return decimal(text); }
 };

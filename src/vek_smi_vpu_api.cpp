@@ -379,7 +379,7 @@ int index_of(const vekml_device_record_t &gpu)
 /** The file that all GPUs share, line by line. */
 class xmem_lines {
 public:
-    xmem_lines() : file_(fopen(xmem, "re")) {}
+    xmem_lines() : file_(read_as_stream(unique_fd(open(xmem, O_RDONLY | O_CLOEXEC)))) {}
 
     explicit operator bool() const { return file_ != nullptr; }
     bool next()

@@ -31,9 +31,9 @@ std::uint32_t unsigned_number(const char *text)
 }
 
 /** Only a board with a PWM fan has the node. */
-bool has_pwm_fan(const char *pwm_path)
+bool has_pwm_fan(const node_ref &pwm)
 {
-    return access(pwm_path, F_OK) == 0;
+    return pwm.allows(F_OK);
 }
 
 } // namespace

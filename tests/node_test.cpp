@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim_host.h"
+#include "text_node.h"
 #include "vek_smi_utils.h"
 
 #include <cstring>
@@ -78,6 +79,26 @@ TEST_F(node_test, a_missing_or_unreadable_node_fails_and_is_logged)
     EXPECT_TRUE(logged("read_from_node", "read /sys/class/drm/node error"));
     EXPECT_STREQ(text, "before");
     EXPECT_EQ(value, 7u);
+}
+
+TEST_F(node_test, a_node_of_no_directory_is_missing_whatever_its_name_means)
+{
+    const node_path<> nowhere("", node);
+    const std::string log_line = std::string("-1, No such file or directory, ") + node;
+    host.write(node, "5\n");
+    std::uint64_t value = 7;
+    text_node text;
+    long_text_node long_text;
+    node_text<> number;
+    EXPECT_EQ(number.read("", node), -1);
+    EXPECT_EQ(write_to_node(nowhere, "6"), -1);
+    EXPECT_EQ(messages_of("read_from_node"), (std::vector<std::string>{"open error", log_line}));
+    EXPECT_EQ(messages_of("write_to_node"), (std::vector<std::string>{"open error", log_line}));
+    EXPECT_EQ(get_data_from_node(nowhere, &value), -1);
+    EXPECT_TRUE(logged("get_data_from_node", "fopen() /sys/class/drm/node failed."));
+    EXPECT_FALSE(text.read(nowhere) || long_text.read(nowhere) || node_ref(nowhere).allows(F_OK));
+    EXPECT_TRUE(text.read(node) && long_text.read(node) && node_ref(node).allows(F_OK));
+    EXPECT_EQ(host.read(node), "5\n");
 }
 
 TEST_F(node_test, a_write_goes_out_unchanged_and_its_failure_is_logged)

@@ -115,6 +115,16 @@ std::string standard_output(const std::function<void()> &action)
     return captured.take();
 }
 
+int in_child(const std::function<int()> &action)
+{
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(action());
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status;
+}
+
 run_result run(std::vector<std::string> argv, const environment &extra, const std::string &input)
 {
     std::vector<std::string> command = emulator();

@@ -40,6 +40,9 @@ std::vector<log_line> parse_log(const std::string &text);
 // What the process prints on standard output, stdio and descriptor 1 alike, while ACTION runs.
 std::string standard_output(const std::function<void()> &action);
 
+// The wait status of a child made by fork() whose exit status ACTION gives.
+int in_child(const std::function<int()> &action);
+
 struct run_result {
     int status = -1; // exit status, or 128 + signal
     std::string out;

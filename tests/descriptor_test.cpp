@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+// A program may have closed its standard descriptors; what is then printed must not reach a file of the library's.
+#include "sim_host.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <pciaccess.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+bool watching;
+int taken; /**< how often a standard descriptor was open while a line was logged */
+
+class descriptor_test : public sim_host {
+protected:
+    // How often the library held a standard descriptor, all of them closed, while ACTION ran.
+    static int taken_during(const std::function<void()> &action)
+    {
+        return in_child([&] {
+            closefrom(0);
+            watching = true;
+            action();
+            watching = false;
+            return std::min(taken, 99);
+        });
+    }
+};
+
+TEST_F(descriptor_test, no_file_of_ours_is_a_standard_one)
+{
+    host.add_gpu();
+    host.set_packages("ii  vekgpu-driver 1.2.3-45 arm64\n");
+    host.instant_pauses();
+    const auto session = [] {
+        const auto record = std::make_unique<vekml_device_query_t>();
+        temper_info temperatures;
+        vekml_driver_version_t driver;
+        char release[20];
+        vekml_init();
+        vekml_device_t gpu = &globals.devices[0];
+        vekml_device_query_two_parts(gpu, record.get());
+        vekml_device_query(gpu, record.get());
+        vekml_device_get_temper_info(gpu, &temperatures);
+        vekml_device_get_driver_version(gpu, &driver);
+        vekml_device_set_power_warn(gpu, "150");
+        vekml_device_get_driver_release_version(release, sizeof release - 1);
+        taken += std::string(release) != "1.2.3";
+        vekml_shutdown();
+    };
+    EXPECT_EQ(taken_during(session), 0);
+    EXPECT_EQ(messages_of("get_driver_release_version").back(), "exit get_driver_release_version");
+}
+
+TEST_F(descriptor_test, a_message_for_the_user_does_not_reach_physical_memory)
+{
+    host.add_bare_gpu();
+    EXPECT_EQ(taken_during([] { vekml_out_of_band_init(); }), 0);
+    EXPECT_TRUE(logged("vekml_pci_out_of_band_manager", "exit"));
+    host.write("/dev/mem", "untouched");
+    EXPECT_EQ(taken_during([] {
+                  pci_device without_bar0{};
+                  vekml_pci_out_of_band_manager(0, &without_bar0);
+              }),
+              0);
+    EXPECT_EQ(host.read("/dev/mem"), "untouched");
+}
+
+} // namespace
+
+// Stands before the C library's own; each line of the log asks it for the log's size.
+extern "C" int statx(int directory, const char *path, int flags, unsigned mask, struct statx *result)
+{
+    for (int fd = 0; watching && fd <= STDERR_FILENO; ++fd)
+        taken += fcntl(fd, F_GETFD) != -1;
+    void *next = dlsym(RTLD_NEXT, "statx");
+    return reinterpret_cast<decltype(&::statx)>(next)(directory, path, flags, mask, result);
+}
