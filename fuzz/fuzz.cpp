@@ -8,7 +8,6 @@
 #include "drm_card.h"
 #include "host_tree.h"
 #include "vek_smi_utils.h"
-#include "vek_smi_vpu_api.h"
 #include "vekml.h"
 #include "veksim.h"
 
@@ -283,7 +282,7 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
     tree.set_euid(0);
     memory = open(tree.path("/dev/mem").c_str(), O_RDWR | O_CLOEXEC);
     veksim_use(tree.root().c_str());
-    vekml::video_libraries_valid = 1;
+    tree.add_video_libraries();
     vekml_init();
 
     const std::vector<target> targets = all_targets();

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdint>
+#include <pthread.h>
 
 namespace vekml {
 
-inline constexpr std::int32_t video_libraries_unknown = -999;
-
-/** Whether libva and libva-drm are installed: 1 or 0 once they have been looked for, which happens once a process. */
-extern std::int32_t video_libraries_valid;
+/** Guards the lookup of the video libraries: it happens once a process, for whichever thread asks first. */
+extern pthread_once_t video_libraries_lookup;
 
 /** Closing step of initialisation: look for the video libraries and take every GPU's first video-engine sample. */
 void scan_vpus_when_smi_inited();

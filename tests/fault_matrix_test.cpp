@@ -4,7 +4,6 @@
 #include "support/calls.h"
 #include "support/sim_host.h"
 
-#include "vek_smi_vpu_api.h"
 #include "veksim.h"
 
 #include <atomic>
@@ -54,11 +53,9 @@ class fault_test : public sim_host, public testing::WithParamInterface<named_fau
 protected:
     fault_test()
     {
-        vekml::video_libraries_valid = vekml::video_libraries_unknown;
         host.instant_pauses();
         host.remove("/tmp"); // logging would take most of the time
     }
-    ~fault_test() override { vekml::video_libraries_valid = vekml::video_libraries_unknown; }
 
     void add_gpu_with_everything()
     {

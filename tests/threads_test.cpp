@@ -1,9 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "support/calls.h"
 #include "support/sim_host.h"
 
 #include "debug_log.h"
 
+#include <atomic>
+#include <barrier>
 #include <cstdio>
+#include <cstring>
+#include <memory>
+#include <set>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -92,6 +98,81 @@ TEST_F(threads_test, a_log_that_is_emptied_under_its_writers_holds_whole_lines)
         std::sscanf(line.message.c_str(), "writer %d line %d", &writer, &number);
         ASSERT_EQ(line.message, message(writer, number));
     }
+}
+
+TEST_F(threads_test, the_video_libraries_are_looked_for_once)
+{
+    host.add_bare_gpu();
+    host.add_video_libraries();
+    standard_output([] { vekml_out_of_band_init(); }); // does not look
+    constexpr int askers = 8;
+    std::barrier all_here(askers);
+    std::vector<std::thread> threads;
+    for (int asker = 0; asker < askers; ++asker) {
+        threads.emplace_back([&] {
+            std::uint32_t valid = 7;
+            all_here.arrive_and_wait();
+            EXPECT_EQ(vekml_get_vpu_functions_valid(&valid), VEKML_SUCCESS);
+            EXPECT_EQ(valid, 1u);
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(messages_of("isLibVaValid").size(), 5u);
+}
+
+TEST_F(threads_test, codecs_that_are_valid_are_complete)
+{
+    host.add_gpu();
+    host.add_video_libraries(VEKSIM_VA_DRIVER);
+    vekml_device_t gpu = start();
+    const auto asked = std::make_unique<Vpu_codec_info_st>(), seen = std::make_unique<Vpu_codec_info_st>();
+    std::thread watcher([&] {
+        while (std::atomic_ref(gpu->vpu_codec_info.valid).load(std::memory_order_acquire) != 1)
+            std::this_thread::yield();
+        *seen = gpu->vpu_codec_info;
+    });
+    EXPECT_EQ(vekml_device_get_vpu_info(gpu, asked.get()), VEKML_SUCCESS);
+    watcher.join();
+    EXPECT_EQ(std::memcmp(seen.get(), asked.get(), sizeof *seen), 0);
+}
+
+// Calls that write to the device record, and so disturb each other and themselves on one GPU.
+bool share_a_field(const std::string &one, const std::string &other)
+{
+    const std::set<std::string> of_uuid{"get_uuid", "query"}, of_sample{"get_vpu_rates"};
+    return (of_uuid.contains(one) && of_uuid.contains(other)) || (of_sample.contains(one) && of_sample.contains(other));
+}
+
+TEST_F(threads_test, pairs_of_calls_on_one_gpu_do_not_disturb_each_other)
+{
+    host.instant_pauses();
+    host.add_gpu();
+    host.add_video_libraries(VEKSIM_VA_DRIVER);
+    vekml_device_t gpu = start();
+    const auto codecs = std::make_unique<Vpu_codec_info_st>();
+    EXPECT_EQ(vekml_device_get_vpu_info(gpu, codecs.get()), VEKML_SUCCESS); // from now on a plain read
+    host.remove("/tmp");                                                    // logging would take most of the time
+    std::vector<call> calls = readers;
+    calls.insert(calls.end(), setters.begin(), setters.end());
+    std::barrier both_here(2);
+    const auto run_pairs = [&](bool second) {
+        for (std::size_t i = 0; i < calls.size(); ++i) {
+            for (std::size_t j = i; j < calls.size(); ++j) {
+                if (share_a_field(calls[i].name, calls[j].name))
+                    continue;
+                const call &mine = calls[second ? j : i];
+                std::string record(mine.size + 1, '\0');
+                both_here.arrive_and_wait();
+                mine.run(gpu, record.data());
+            }
+        }
+    };
+    standard_output([&] {
+        std::thread other(run_pairs, true);
+        run_pairs(false);
+        other.join();
+    });
 }
 
 } // namespace

@@ -5,7 +5,6 @@
 #include "support/sim_host.h"
 
 #include "vek_smi_utils.h"
-#include "vek_smi_vpu_api.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -103,16 +102,11 @@ class transcript_test : public sim_host {
 protected:
     transcript_test()
     {
-        vekml::video_libraries_valid = vekml::video_libraries_unknown;
         setenv("LIBVA_DRIVER_NAME", "another", 1);
         unsetenv("LIBVA_DRIVERS_PATH");
         host.instant_pauses();
     }
-    ~transcript_test() override
-    {
-        vekml::video_libraries_valid = vekml::video_libraries_unknown;
-        unsetenv("LIBVA_DRIVER_NAME");
-    }
+    ~transcript_test() override { unsetenv("LIBVA_DRIVER_NAME"); }
 
     void add_gpus()
     {

@@ -2,7 +2,6 @@
 #include "support/sim_host.h"
 
 #include "va_library.h"
-#include "vek_smi_vpu_api.h"
 #include "veksim.h"
 #include "vpu_counters.h"
 
@@ -47,18 +46,12 @@ std::string supported_codecs(const Vpu_codec_info_st &info)
 
 class vpu_test : public sim_host {
 protected:
-    // As in a fresh process: the libraries have not been looked for.
     vpu_test()
     {
-        vekml::video_libraries_valid = vekml::video_libraries_unknown;
         setenv("LIBVA_DRIVER_NAME", "another", 1);
         unsetenv("LIBVA_DRIVERS_PATH");
     }
-    ~vpu_test() override
-    {
-        vekml::video_libraries_valid = vekml::video_libraries_unknown;
-        unsetenv("LIBVA_DRIVER_NAME");
-    }
+    ~vpu_test() override { unsetenv("LIBVA_DRIVER_NAME"); }
     vekml_device_t start_with_video()
     {
         veksim::gpu_config config;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim_host.h"
 
+#include "vek_smi_vpu_api.h"
 #include "veksim.h"
 
 #include <algorithm>
@@ -160,6 +161,7 @@ run_result run(std::vector<std::string> argv, const environment &extra, const st
 
 sim_host::sim_host()
 {
+    vekml::video_libraries_lookup = PTHREAD_ONCE_INIT; // as in a new process
     veksim_use(host.root().c_str());
 }
 
