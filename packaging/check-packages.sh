@@ -78,7 +78,7 @@ files() {
 
 removal() {
     step "removal"
-    inside apt-get remove -y --auto-remove 'libvekgpu-ml*' python3-vekgpu-ml veksmi veksim
+    inside apt-get remove -y --auto-remove '*vekgpu-ml*' veksmi veksim
     inside apt-get purge -y '?config-files'
     files | comm -13 "$root/packages/files" - >"$root/packages/left"
     [ ! -s "$root/packages/left" ] || fail "left behind: $(cat "$root/packages/left")"

@@ -265,7 +265,10 @@ def main() -> int:
     """Writes or checks."""
     text = Generator().generate(HEADER.read_text(encoding="utf-8"))
     if sys.argv[1:] == ["--check"]:
-        return int(not RAW.is_file() or RAW.read_text(encoding="utf-8") != text)
+        if RAW.read_text(encoding="utf-8") == text:
+            return 0
+        print(f"{RAW.name} is not what {HEADER.name} makes of it: run {Path(__file__).name}", file=sys.stderr)
+        return 1
     RAW.write_text(text, encoding="utf-8")
     return 0
 

@@ -15,7 +15,7 @@ _library: Optional[CDLL] = None
 
 
 def library() -> CDLL:
-    """The shared library, loaded when first asked for: the file that VEKGPU_ML_LIBRARY names, else the installed one."""
+    """The shared library: the file that VEKGPU_ML_LIBRARY names, else the installed one. Loaded when first used."""
     global _library
     if _library is None:
         name = os.environ.get(PATH_VARIABLE) or SONAME

@@ -133,6 +133,9 @@ def session(card: Optional[int] = None) -> Session:
     With `card`, the session has only the GPU that is /sys/class/drm/cardN, if it is one. Sessions may overlap, also
     in several threads; the library starts with the first and stops with the last. No other thread may be reading a
     GPU while the last one ends.
+
+    A driver that hangs holds up the call that reads it. Who must go on meanwhile reads each card in a process of its
+    own, with `card`.
     """
     return Session(card)
 

@@ -900,8 +900,11 @@ vekml_device_get_driver_release_version = Function(
     "vekml_device_get_driver_release_version",
     """Version of the installed driver package, from the Debian package list; without the packaging revision.
 
-    size: capacity of `version`; the buffer is left alone when no package is installed or the text is longer. A text of
-    exactly this length is stored without a terminator: zero the buffer and keep back a byte.
+    version: a buffer of at least `size` + 1 bytes; left alone when no package is installed or its version is longer
+    than `size`
+
+    size: length of the longest text to store, its terminator not counted: a version of exactly this length is stored
+    with its terminator in the byte behind
 
     Returns 0; 2 for a null buffer.
     """,

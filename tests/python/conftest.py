@@ -7,8 +7,9 @@ import os
 import shutil
 import subprocess
 import sys
+import tempfile
 from pathlib import Path
-from typing import Any, Dict, Iterator, List, NamedTuple, Optional
+from typing import Iterator, NamedTuple, Optional
 
 import pytest
 
@@ -65,12 +66,14 @@ class Host:
 
 
 @pytest.fixture
-def host(tmp_path: Path) -> Iterator[Host]:
+def host() -> Iterator[Host]:
     interposer = ctypes.CDLL(None)
-    simulated = Host(tmp_path / "host")
-    interposer.veksim_use(os.fsencode(simulated.tree))
-    yield simulated
-    interposer.veksim_use(None)
+    memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None  # trees in memory are quick
+    with tempfile.TemporaryDirectory(dir=memory) as directory:
+        simulated = Host(Path(directory) / "host")
+        interposer.veksim_use(os.fsencode(simulated.tree))
+        yield simulated
+        interposer.veksim_use(None)
 
 
 @pytest.fixture

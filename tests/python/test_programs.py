@@ -3,16 +3,17 @@
 from __future__ import annotations
 
 import csv
+import inspect
 import os
 import re
 import subprocess
 import sys
 from pathlib import Path
-
-import pytest
+from typing import Set
 
 import vekgpu_ml
 from conftest import ROOT, Host
+from vekgpu_ml import raw
 
 
 def test_it_lists_as_veksmi_does(host: Host) -> None:
@@ -56,8 +57,28 @@ def to_datetime(times, unit):
     assert host.python(f"{example} 0 1", PYTHONPATH=path).out == "gpu [0, 1] s\nfigures\n"
 
 
+def test_the_readme_shows_what_runs(host: Host) -> None:
+    example = re.search(r"```python\n(.*?)```", (ROOT / "README.md").read_text(), re.DOTALL)
+    assert example
+    run = host.python(example[1])
+    assert run.err == "" and run.out.startswith("TALON-M1 48 2063618048 (Process(")
+
+
+def test_everything_public_is_documented() -> None:
+    told = {name: inspect.getdoc(getattr(vekgpu_ml, name)) for name in vekgpu_ml.__all__}
+    for kind in (vekgpu_ml.Gpu, vekgpu_ml.Session):
+        told.update((f"{kind.__name__}.{name}", inspect.getdoc(getattr(kind, name))) for name in public(kind))
+    told.update((f"raw.{name}", each.__doc__) for name, each in vars(raw).items() if hasattr(each, "argtypes"))
+    assert len(told) > 150
+    assert [name for name, text in told.items() if not text] == []
+
+
+def public(kind: type) -> Set[str]:
+    return {name for name in vars(kind) if not name.startswith("_")}
+
+
 def test_types_hold() -> None:
-    sources = [ROOT / "python", ROOT / "examples", ROOT / "bench/python_module.py"]
+    sources = [ROOT / each for each in ("python", "examples", "bench/python_module.py")]
     mypy = [sys.executable, "-m", "mypy", "--strict", "--python-version", "3.9", "--cache-dir", os.devnull, *sources]
     assert subprocess.run(mypy, env={**os.environ, "LD_PRELOAD": ""}).returncode == 0
 

@@ -81,7 +81,8 @@ def test_every_function_can_be_called(host: Host) -> None:
 
 
 @pytest.mark.parametrize(
-    "name, wrong", [("vekml_device_get_name", (0, b"text", 4)), ("vekml_device_get_count", (1,)), ("vekml_device_get_count", ())]
+    "name, wrong",
+    [("vekml_device_get_name", (0, b"text", 4)), ("vekml_device_get_count", (1,)), ("vekml_device_get_count", ())],
 )
 def test_arguments_have_types(name: str, wrong: List[Any]) -> None:
     with pytest.raises((ctypes.ArgumentError, TypeError)):
