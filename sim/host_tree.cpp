@@ -6,27 +6,12 @@
 #include "format.h"
 
 #include <algorithm>
-#include <dlfcn.h>
-#include <link.h>
 #include <sstream>
 
 namespace fs = std::filesystem;
 
 namespace veksim {
 namespace {
-
-// Where the dynamic linker finds a library; empty when it does not.
-fs::path installed_library(const char *soname)
-{
-    void *library = dlopen(soname, RTLD_LAZY | RTLD_LOCAL);
-    struct link_map *map = nullptr;
-    fs::path path;
-    if (library != nullptr && dlinfo(library, RTLD_DI_LINKMAP, &map) == 0)
-        path = map->l_name;
-    if (library != nullptr)
-        dlclose(library);
-    return path;
-}
 
 const char *vendor_name(std::uint32_t index)
 {
@@ -39,14 +24,10 @@ const char *vendor_name(std::uint32_t index)
 host_tree::host_tree(const fs::path &where) : node_tree(where)
 {
     for (const char *directory :
-         {"/sys/bus/pci/devices", "/sys/dev/char", "/sys/kernel/debug", "/dev/dri", "/proc", "/tmp", "/host/bin"}) {
+         {"/sys/bus/pci/devices", "/sys/dev/char", "/sys/kernel/debug", "/dev/dri", "/proc", "/tmp"}) {
         make_directory(directory);
     }
     write("/sys/class/drm/version", "drm 1.1.0 20060810\n");
-    write("/host/bin/lsmod", "#!/bin/sh\ncat \"${0%/*}/../modules\"\n");
-    write("/host/bin/dpkg", "#!/bin/sh\n[ \"$1\" = -l ] && cat \"${0%/*}/../packages\"\n");
-    set_mode("/host/bin/lsmod", 0755);
-    set_mode("/host/bin/dpkg", 0755);
     set_modules(modules_text(false));
     set_packages(packages_text());
 }
@@ -351,18 +332,12 @@ std::string host_tree::log() const
     return read("/tmp/smi.log");
 }
 
-void host_tree::add_video_libraries(const fs::path &va_driver)
+void host_tree::add_video_libraries(bool with_driver)
 {
-    const std::string folder = "/opt/vekgpu/lib/aarch64-linux-gnu/";
-    for (const auto &[name, soname] : {std::pair{"libva.so", "libva.so.2"}, {"libva-drm.so", "libva-drm.so.2"}}) {
-        fs::path installed = installed_library(soname);
-        if (installed.empty())
-            write(folder + name, ""); // present, as far as a probe can see
-        else
-            link(folder + name, installed.string());
-    }
-    if (!va_driver.empty())
-        link("/usr/lib/aarch64-linux-gnu/dri/vekgpu_drv_video.so", fs::absolute(va_driver).string());
+    write("/opt/vekgpu/lib/aarch64-linux-gnu/libva.so", "");
+    write("/opt/vekgpu/lib/aarch64-linux-gnu/libva-drm.so", "");
+    if (with_driver)
+        write("/usr/lib/aarch64-linux-gnu/dri/vekgpu_drv_video.so", "");
 }
 
 void host_tree::set_live(bool live)

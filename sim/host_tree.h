@@ -62,8 +62,9 @@ public:
     void instant_pauses();
     std::vector<std::string> pauses() const; // "sleep 3", "usleep 500000", in order
     std::string log() const;                 // /tmp/smi.log
-    // The video libraries where the vendor's packages put them, and the VA driver beside them.
-    void add_video_libraries(const std::filesystem::path &va_driver = {});
+    // The video libraries where the vendor's packages put them, and the VA driver. Empty files: a tree holds no code,
+    // and the program gets the machine's own libraries in their place.
+    void add_video_libraries(bool with_driver = true);
     // The driver is alive: a text stored without a newline reads back with one.
     void set_live(bool live);
 

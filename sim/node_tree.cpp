@@ -22,13 +22,16 @@ namespace {
     throw std::system_error(errno, std::generic_category(), path.string());
 }
 
-fs::path fresh_directory()
+// Beside WHERE, so that a rename gets it there, or among the temporary ones.
+fs::path fresh_directory(const fs::path &where)
 {
     const char *base = std::getenv("TMPDIR");
     std::string name = std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/veksim-XXXXXX";
+    if (!where.empty())
+        name = (where.parent_path() / ".veksim-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr)
-        fail_with_errno(name);
-    return name;
+        fail_with_errno(where.empty() ? fs::path(name) : where);
+    return fs::canonical(name);
 }
 
 // A node held against whoever writes it, as long as it is a plain file: what a person puts in its place may be gone
@@ -71,12 +74,24 @@ private:
 
 } // namespace
 
-node_tree::node_tree(const fs::path &where) : keep_(!where.empty())
+node_tree::node_tree(const fs::path &where)
 {
-    if (keep_)
-        fs::create_directories(where);
-    root_ = fs::canonical(keep_ ? where : fresh_directory());
+    if (!where.empty())
+        where_ = fs::weakly_canonical(where.has_filename() ? where : where.parent_path());
+    root_ = fresh_directory(where_);
     fs::create_directory(root_ / "host");
+}
+
+void node_tree::keep()
+{
+    keep_ = true;
+    if (where_.empty())
+        return;
+    const mode_t mask = umask(0);
+    umask(mask);
+    fs::permissions(root_, static_cast<fs::perms>(0777 & ~mask)); // it is no longer a secret of the build
+    fs::rename(root_, where_);
+    root_ = where_;
 }
 
 node_tree::~node_tree()

@@ -14,13 +14,14 @@ namespace veksim {
 // Errors throw std::filesystem::filesystem_error or std::system_error.
 class node_tree {
 public:
-    // A directory that is made if absent, and kept; without a name a fresh temporary one, removed at the end.
+    // Built in a fresh directory that is removed at the end; keep() lets it stay, at WHERE if that is named. Nothing is
+    // there before, so that what was never finished is not taken for a tree.
     explicit node_tree(const std::filesystem::path &where = {});
     ~node_tree();
     node_tree(const node_tree &) = delete;
     node_tree &operator=(const node_tree &) = delete;
 
-    void keep() { keep_ = true; }
+    void keep();
     const std::filesystem::path &root() const { return root_; }
     std::filesystem::path path(const std::string &real) const; // where REAL lies in the tree
 
@@ -56,6 +57,7 @@ private:
     bool replace_file(const std::filesystem::path &target, const std::string &text);
 
     std::filesystem::path root_;
+    std::filesystem::path where_;
     bool keep_ = false;
     std::map<std::string, std::string> published_;
 };

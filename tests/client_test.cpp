@@ -305,7 +305,7 @@ TEST_F(client_test, video_engines)
     host.instant_pauses();
     const json without = document("vpu --format json", 12)["gpus"][0];
     EXPECT_EQ(without["codecs"], nullptr);
-    host.add_video_libraries(VEKSIM_VA_DRIVER);
+    host.add_video_libraries();
     const json gpu = document("vpu --format json")["gpus"][0];
     EXPECT_EQ(gpu["codecs"][0]["profile"], "mpeg2 main");
     EXPECT_EQ(gpu["codecs"][0]["encoder"], nullptr);

@@ -65,7 +65,7 @@ protected:
         state.processes = {{5000001, "first", 10, 30}, {5000002, "second", 20, 40}};
         host.add_gpu(config, state);
         host.write(host.hwmon(0, "fan1_target"), "50\n");
-        host.add_video_libraries(VEKSIM_VA_DRIVER);
+        host.add_video_libraries();
     }
     void remove_first_choices()
     {

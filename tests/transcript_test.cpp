@@ -119,7 +119,7 @@ protected:
         host.remove("/proc/5000003");
         host.write(host.hwmon(0, "fan1_target"), "50\n");
         host.set_packages("ii  vekgpu-dkms  2.1.0-3  arm64  driver\n");
-        host.add_video_libraries(VEKSIM_VA_DRIVER);
+        host.add_video_libraries();
         host.write("/usr/lib/aarch64-linux-gnu/dri/vekgpu_drv_video.conf",
                    "vendor engines\nprofile 40\nentrypoint 1\n"
                    "profile 6\nentrypoint 1\nattribute 0 0x200101\nentrypoint 6\nattribute 0 0x1\nattribute 5 0x16\n"

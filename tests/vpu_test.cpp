@@ -57,7 +57,7 @@ protected:
         veksim::gpu_config config;
         config.card = 2;
         host.add_gpu(config);
-        host.add_video_libraries(VEKSIM_VA_DRIVER);
+        host.add_video_libraries();
         return start();
     }
     void describe(std::string engines)
@@ -117,7 +117,7 @@ TEST_F(vpu_test, without_the_libraries)
     EXPECT_EQ(vekml_device_get_vpu_info(gpu, nullptr), VEKML_ERROR_INVALID_ARGUMENT);
     EXPECT_EQ(load(nullptr), VEKML_ERROR_LIBRARY_NOT_FOUND) << "before any argument is looked at";
 
-    host.add_video_libraries(VEKSIM_VA_DRIVER);
+    host.add_video_libraries();
     EXPECT_EQ(load(gpu), VEKML_ERROR_LIBRARY_NOT_FOUND) << "looked for once a process";
     EXPECT_EQ(vekml_get_vpu_functions_valid(nullptr), VEKML_ERROR_INVALID_ARGUMENT);
 }
@@ -263,7 +263,7 @@ TEST_F(vpu_test, the_first_sample_decides)
 
 TEST_F(vpu_test, load_since_the_previous_sample)
 {
-    host.add_video_libraries();
+    host.add_video_libraries(false);
     host.add_gpu();
     write_counters("1000", "500");
     vekml_device_t gpu = start();

@@ -44,7 +44,7 @@ bool play_pause(const char *what, std::int64_t usec)
     if (!tree_path(path, "/host/pauses"))
         return false;
     int saved = errno;
-    int fd = libc::openat(AT_FDCWD, path, O_WRONLY | O_APPEND | O_CLOEXEC);
+    int fd = libc::openat(AT_FDCWD, path, O_WRONLY | O_APPEND | O_NONBLOCK | O_CLOEXEC);
     errno = saved;
     if (fd < 0)
         return false;

@@ -8,16 +8,21 @@
 #include <cstddef>
 #include <cstdio>
 #include <dirent.h>
+#include <ftw.h>
 #include <glob.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/statvfs.h>
 #include <sys/time.h>
 #include <sys/types.h>
 #include <sys/uio.h>
 #include <time.h>
+#include <utime.h>
 
 namespace veksim {
 
 using scan_filter = int(const struct dirent *);
+using walk_step = int(const char *, const struct stat *, int, struct FTW *);
 using scan_order = int(const struct dirent **, const struct dirent **);
 
 namespace libc {
@@ -28,6 +33,13 @@ inline constinit next<FILE *(const char *, const char *, FILE *)> freopen("freop
 inline constinit next<int(FILE *)> fflush("fflush");
 inline constinit next<int(FILE *)> fclose("fclose");
 inline constinit next<DIR *(const char *)> opendir("opendir");
+inline constinit next<DIR *(int)> fdopendir("fdopendir");
+inline constinit next<struct dirent *(DIR *)> readdir("readdir");
+inline constinit next<void(DIR *)> rewinddir("rewinddir");
+inline constinit next<int(DIR *)> closedir("closedir");
+inline constinit next<int(const char *, walk_step *, int, int)> nftw("nftw");
+inline constinit next<void *(char *const *, int, void *)> fts_open("fts_open");
+inline constinit next<void *(char *const *, int, void *)> fts64_open("fts64_open");
 inline constinit next<int(int, const char *, struct dirent ***, scan_filter *, scan_order *)> scandirat("scandirat");
 inline constinit next<int(const char *, int, int (*)(const char *, int), glob_t *)> glob("glob");
 inline constinit next<void *(const char *, int)> dlopen("dlopen");
@@ -40,6 +52,10 @@ inline constinit next<char *(const char *, char *)> realpath("realpath");
 inline constinit next<char *(char *, std::size_t)> getcwd("getcwd");
 inline constinit next<ssize_t(const char *, const char *, void *, std::size_t)> getxattr("getxattr");
 inline constinit next<ssize_t(const char *, const char *, void *, std::size_t)> lgetxattr("lgetxattr");
+inline constinit next<ssize_t(const char *, char *, std::size_t)> listxattr("listxattr");
+inline constinit next<ssize_t(const char *, char *, std::size_t)> llistxattr("llistxattr");
+inline constinit next<int(const char *, struct statvfs *)> statvfs("statvfs");
+inline constinit next<int(const char *, struct statfs *)> statfs("statfs");
 inline constinit next<int(int, const char *, std::uint32_t)> inotify_add_watch("inotify_add_watch");
 
 inline constinit next<int(const char *)> chdir("chdir");
@@ -50,6 +66,13 @@ inline constinit next<int(const char *, int, const char *)> symlinkat("symlinkat
 inline constinit next<int(int, const char *, mode_t)> mkdirat("mkdirat");
 inline constinit next<int(int, const char *, mode_t, int)> fchmodat("fchmodat");
 inline constinit next<int(const char *, off_t)> truncate("truncate");
+inline constinit next<int(int, const char *, uid_t, gid_t, int)> fchownat("fchownat");
+inline constinit next<int(int, const char *, int, const char *, int)> linkat("linkat");
+inline constinit next<int(int, const char *, mode_t, dev_t)> mknodat("mknodat");
+inline constinit next<int(int, const char *, const struct timespec *, int)> utimensat("utimensat");
+inline constinit next<int(const char *, const struct utimbuf *)> utime("utime");
+inline constinit next<int(int, const char *, const struct timeval *)> futimesat("futimesat");
+inline constinit next<int(const char *, const struct timeval *)> lutimes("lutimes");
 
 inline constinit next<int(int, struct stat *)> fstat("fstat");
 inline constinit next<ssize_t(int, void *, std::size_t)> read("read");

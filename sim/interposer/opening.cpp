@@ -72,16 +72,6 @@ FILE *open_stream(const char *path, const char *mode, FILE *reused)
     return stream;
 }
 
-// glob() walks directories by itself; these make it walk through the hooks.
-void lead_glob(glob_t *matches)
-{
-    matches->gl_opendir = [](const char *path) -> void * { return opendir(path); };
-    matches->gl_readdir = [](void *directory) { return readdir(static_cast<DIR *>(directory)); };
-    matches->gl_closedir = [](void *directory) { closedir(static_cast<DIR *>(directory)); };
-    matches->gl_stat = [](const char *path, struct stat *info) { return stat(path, info); };
-    matches->gl_lstat = [](const char *path, struct stat *info) { return lstat(path, info); };
-}
-
 } // namespace
 
 extern "C" {
@@ -132,49 +122,6 @@ FILE *hook_freopen(const char *path, const char *mode, FILE *stream)
 }
 VEKSIM_PUBLISH(freopen, hook_freopen);
 VEKSIM_PUBLISH(freopen64, hook_freopen);
-
-DIR *hook_opendir(const char *path)
-{
-    host_path target(path);
-    DIR *directory = libc::opendir(target.text());
-    target.or_planted_failure(directory == nullptr ? -1 : 0);
-    return directory;
-}
-VEKSIM_PUBLISH(opendir, hook_opendir);
-
-int hook_scandirat(int directory, const char *path, struct dirent ***names, scan_filter *filter, scan_order *order)
-{
-    host_path target(path, directory);
-    return target.or_planted_failure(libc::scandirat(directory, target.text(), names, filter, order));
-}
-VEKSIM_PUBLISH(scandirat, hook_scandirat);
-VEKSIM_PUBLISH(scandirat64, hook_scandirat);
-
-int hook_scandir(const char *path, struct dirent ***names, scan_filter *filter, scan_order *order)
-{
-    return hook_scandirat(AT_FDCWD, path, names, filter, order);
-}
-VEKSIM_PUBLISH(scandir, hook_scandir);
-VEKSIM_PUBLISH(scandir64, hook_scandir);
-
-int hook_glob(const char *pattern, int flags, int (*report)(const char *, int), glob_t *matches)
-{
-    if (tree() == nullptr || (flags & GLOB_ALTDIRFUNC) != 0)
-        return libc::glob(pattern, flags, report, matches);
-    lead_glob(matches);
-    int result = libc::glob(pattern, flags | GLOB_ALTDIRFUNC, report, matches);
-    matches->gl_flags &= ~GLOB_ALTDIRFUNC;
-    return result;
-}
-VEKSIM_PUBLISH(glob, hook_glob);
-VEKSIM_PUBLISH(glob64, hook_glob);
-
-void *hook_dlopen(const char *path, int flags)
-{
-    host_path target(path);
-    return libc::dlopen(target.text(), flags);
-}
-VEKSIM_PUBLISH(dlopen, hook_dlopen);
 
 } // extern "C"
 } // namespace veksim

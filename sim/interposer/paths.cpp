@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The calls that ask about a path, or change what it names.
+// The calls that ask about a path.
 #include "descriptors.h"
 #include "faults.h"
 #include "libc.h"
@@ -266,6 +266,36 @@ ssize_t hook_lgetxattr(const char *path, const char *key, void *value, std::size
 }
 VEKSIM_PUBLISH(lgetxattr, hook_lgetxattr);
 
+ssize_t hook_listxattr(const char *path, char *keys, std::size_t size)
+{
+    host_path target(path);
+    return libc::listxattr(target.text(), keys, size);
+}
+VEKSIM_PUBLISH(listxattr, hook_listxattr);
+
+ssize_t hook_llistxattr(const char *path, char *keys, std::size_t size)
+{
+    host_path target(path);
+    return libc::llistxattr(target.text(), keys, size);
+}
+VEKSIM_PUBLISH(llistxattr, hook_llistxattr);
+
+int hook_statvfs(const char *path, struct statvfs *info)
+{
+    host_path target(path);
+    return target.or_planted_failure(libc::statvfs(target.text(), info));
+}
+VEKSIM_PUBLISH(statvfs, hook_statvfs);
+VEKSIM_PUBLISH(statvfs64, hook_statvfs);
+
+int hook_statfs(const char *path, struct statfs *info)
+{
+    host_path target(path);
+    return target.or_planted_failure(libc::statfs(target.text(), info));
+}
+VEKSIM_PUBLISH(statfs, hook_statfs);
+VEKSIM_PUBLISH(statfs64, hook_statfs);
+
 int hook_inotify_add_watch(int fd, const char *path, std::uint32_t mask)
 {
     host_path target(path);
@@ -279,100 +309,6 @@ int hook_chdir(const char *path)
     return libc::chdir(target.text());
 }
 VEKSIM_PUBLISH(chdir, hook_chdir);
-
-int hook_unlinkat(int directory, const char *path, int flags)
-{
-    host_path target(path, directory);
-    return libc::unlinkat(directory, target.text(), flags);
-}
-VEKSIM_PUBLISH(unlinkat, hook_unlinkat);
-
-int hook_unlink(const char *path)
-{
-    return hook_unlinkat(AT_FDCWD, path, 0);
-}
-VEKSIM_PUBLISH(unlink, hook_unlink);
-
-int hook_rmdir(const char *path)
-{
-    return hook_unlinkat(AT_FDCWD, path, AT_REMOVEDIR);
-}
-VEKSIM_PUBLISH(rmdir, hook_rmdir);
-
-int hook_remove(const char *path)
-{
-    host_path target(path);
-    return libc::remove(target.text());
-}
-VEKSIM_PUBLISH(remove, hook_remove);
-
-int hook_renameat2(int from_directory, const char *from, int to_directory, const char *to, unsigned flags)
-{
-    host_path source(from, from_directory);
-    host_path target(to, to_directory);
-    return libc::renameat2(from_directory, source.text(), to_directory, target.text(), flags);
-}
-VEKSIM_PUBLISH(renameat2, hook_renameat2);
-
-int hook_renameat(int from_directory, const char *from, int to_directory, const char *to)
-{
-    return hook_renameat2(from_directory, from, to_directory, to, 0);
-}
-VEKSIM_PUBLISH(renameat, hook_renameat);
-
-int hook_rename(const char *from, const char *to)
-{
-    return hook_renameat2(AT_FDCWD, from, AT_FDCWD, to, 0);
-}
-VEKSIM_PUBLISH(rename, hook_rename);
-
-int hook_symlinkat(const char *destination, int directory, const char *path)
-{
-    host_path target(path, directory);
-    return libc::symlinkat(destination, directory, target.text());
-}
-VEKSIM_PUBLISH(symlinkat, hook_symlinkat);
-
-int hook_symlink(const char *destination, const char *path)
-{
-    return hook_symlinkat(destination, AT_FDCWD, path);
-}
-VEKSIM_PUBLISH(symlink, hook_symlink);
-
-int hook_mkdirat(int directory, const char *path, mode_t mode)
-{
-    host_path target(path, directory);
-    return libc::mkdirat(directory, target.text(), mode);
-}
-VEKSIM_PUBLISH(mkdirat, hook_mkdirat);
-
-int hook_mkdir(const char *path, mode_t mode)
-{
-    return hook_mkdirat(AT_FDCWD, path, mode);
-}
-VEKSIM_PUBLISH(mkdir, hook_mkdir);
-
-int hook_fchmodat(int directory, const char *path, mode_t mode, int flags)
-{
-    host_path target(path, directory);
-    return libc::fchmodat(directory, target.text(), mode, flags);
-}
-VEKSIM_PUBLISH(fchmodat, hook_fchmodat);
-
-int hook_chmod(const char *path, mode_t mode)
-{
-    return hook_fchmodat(AT_FDCWD, path, mode, 0);
-}
-VEKSIM_PUBLISH(chmod, hook_chmod);
-
-int hook_truncate(const char *path, off_t length)
-{
-    host_path target(path);
-    return target.where() == zone::sysfs ? check_access(AT_FDCWD, path, W_OK, 0)
-                                         : libc::truncate(target.text(), length);
-}
-VEKSIM_PUBLISH(truncate, hook_truncate);
-VEKSIM_PUBLISH(truncate64, hook_truncate);
 
 } // extern "C"
 } // namespace veksim

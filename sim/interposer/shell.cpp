@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,6 +18,8 @@
 
 namespace veksim {
 namespace {
+
+constexpr std::size_t list_size = PATH_MAX + 32;
 
 struct command {
     FILE *stream;
@@ -59,8 +62,17 @@ bool begins(const char *text, const char *prefix)
     return strncmp(text, prefix, strlen(prefix)) == 0;
 }
 
-// The environment without what makes a process part of the simulation, and with the tree's commands first.
-// One block: the pointers, then the text of PATH.
+// The tree's list NAME as the value of VARIABLE; an empty one instead of what is no plain file.
+void put_list(char *buffer, const char *variable, const char *name)
+{
+    char path[PATH_MAX];
+    struct stat info;
+    bool plain = tree_path(path, name) && libc::fstatat(AT_FDCWD, path, &info, 0) == 0 && S_ISREG(info.st_mode);
+    snprintf(buffer, list_size, "%s=%s", variable, plain ? path : "/dev/null");
+}
+
+// The environment without what makes a process part of the simulation, and with the places of the lists; in a trusted
+// tree, its commands first. One block: the pointers, then the texts.
 char **shell_environment()
 {
     std::size_t count = 0;
@@ -68,38 +80,60 @@ char **shell_environment()
         ++count;
     const char *old_path = getenv("PATH");
     old_path = old_path != nullptr ? old_path : "/usr/local/bin:/usr/bin:/bin";
-    std::size_t pointers = (count + 2) * sizeof(char *);
-    std::size_t text_size = PATH_MAX + strlen(old_path) + sizeof "PATH=/host/bin:";
-    char *block = static_cast<char *>(malloc(pointers + text_size));
+    std::size_t pointers = (count + 4) * sizeof(char *);
+    std::size_t path_size = PATH_MAX + strlen(old_path) + sizeof "PATH=/host/bin:";
+    char *block = static_cast<char *>(malloc(pointers + 2 * list_size + path_size));
     if (block == nullptr)
         return nullptr;
     char **variables = reinterpret_cast<char **>(block);
-    char *path = block + pointers;
-    snprintf(path, text_size, "PATH=%s/host/bin:%s", tree(), old_path);
+    char *modules = block + pointers, *packages = modules + list_size, *path = packages + list_size;
+    put_list(modules, "VEKSIM_MODULES", "/host/modules");
+    put_list(packages, "VEKSIM_PACKAGES", "/host/packages");
+    if (tree_is_trusted())
+        snprintf(path, path_size, "PATH=%s/host/bin:%s", tree(), old_path);
+    else
+        snprintf(path, path_size, "PATH=%s", old_path);
     std::size_t kept = 0;
     for (std::size_t i = 0; i < count; ++i) {
-        if (!begins(environ[i], "LD_PRELOAD=") && !begins(environ[i], "VEKSIM_TREE=") && !begins(environ[i], "PATH="))
+        if (!begins(environ[i], "LD_PRELOAD=") && !begins(environ[i], "VEKSIM_") && !begins(environ[i], "PATH="))
             variables[kept++] = environ[i];
     }
+    variables[kept++] = modules;
+    variables[kept++] = packages;
     variables[kept++] = path;
     variables[kept] = nullptr;
     return variables;
 }
 
+// TEXT in a shell that has the tree's commands as its own: there are no programs in a tree.
+char *with_commands(const char *text)
+{
+    static constexpr const char commands_of_host[] = "lsmod() { cat \"$VEKSIM_MODULES\"; }\n"
+                                                     "dpkg() { [ \"$1\" = -l ] && cat \"$VEKSIM_PACKAGES\"; }\n";
+    std::size_t size = sizeof commands_of_host + strlen(text);
+    char *script = static_cast<char *>(malloc(size));
+    if (script != nullptr)
+        snprintf(script, size, "%s%s", commands_of_host, text);
+    return script;
+}
+
 pid_t spawn_shell(const char *text, int child_end, int child_descriptor)
 {
     char **variables = shell_environment();
-    if (variables == nullptr)
-        return -1;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, child_end, child_descriptor);
-    char shell[] = "sh";
-    char option[] = "-c";
-    char *arguments[] = {shell, option, const_cast<char *>(text), nullptr};
+    char *script = with_commands(text);
     pid_t pid = -1;
-    int error = posix_spawn(&pid, "/bin/sh", &actions, nullptr, arguments, variables);
-    posix_spawn_file_actions_destroy(&actions);
+    int error = ENOMEM;
+    if (variables != nullptr && script != nullptr) {
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, child_end, child_descriptor);
+        char shell[] = "sh";
+        char option[] = "-c";
+        char *arguments[] = {shell, option, script, nullptr};
+        error = posix_spawn(&pid, "/bin/sh", &actions, nullptr, arguments, variables);
+        posix_spawn_file_actions_destroy(&actions);
+    }
+    free(script);
     free(variables);
     errno = error;
     return error == 0 ? pid : -1;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tree.h"
 
+#include "../tree_check.h"
 #include "../veksim.h"
 #include "clock.h"
 #include "descriptors.h"
@@ -38,6 +39,18 @@ constexpr redirection redirections[] = {
     {"/usr/lib/aarch64-linux-gnu/dri", zone::plain, false},
 };
 
+constexpr const char *shared_directories[] = {"/proc",
+                                              "/sys/class",
+                                              "/sys/kernel",
+                                              "/sys/bus",
+                                              "/sys/dev",
+                                              "/sys",
+                                              "/dev",
+                                              "/opt/vekgpu/lib",
+                                              "/usr/lib64",
+                                              "/tmp",
+                                              "/usr/lib/aarch64-linux-gnu"};
+
 // Two roots take turns, so that a reader of the old one never sees it half rewritten.
 struct root {
     char path[PATH_MAX];
@@ -46,6 +59,8 @@ struct root {
 root roots[2];
 std::atomic<const root *> current{nullptr};
 std::atomic<bool> asked_environment{false};
+std::atomic<bool> trusted{false};
+constexpr int not_executable = 126;
 
 void use(const char *path)
 {
@@ -58,6 +73,23 @@ void use(const char *path)
     current.store(fresh, std::memory_order_release);
 }
 
+bool is_set(const char *variable)
+{
+    const char *value = getenv(variable);
+    return value != nullptr && *value != '\0';
+}
+
+// veksim has looked at the tree already; whoever loads this library without it may hold a stranger's.
+void insist_on_data(const char *path)
+{
+    const char *checked = getenv("VEKSIM_TREE_CHECKED");
+    char what[PATH_MAX];
+    if (trusted.load() || (checked != nullptr && strcmp(checked, path) == 0) || tree_is_data(path, what, sizeof what))
+        return;
+    dprintf(STDERR_FILENO, "libveksim: %s: %s; set VEKSIM_TRUST_TREE=1 to use the tree all the same\n", path, what);
+    _exit(not_executable);
+}
+
 const root *active()
 {
     if (!asked_environment.load(std::memory_order_acquire)) {
@@ -65,11 +97,13 @@ const root *active()
             return nullptr; // too early in the program's life to know
         const char *path = getenv("VEKSIM_TREE");
         bool given = path != nullptr && *path != '\0';
-        if (given)
-            use(path);
         asked_environment.store(true, std::memory_order_release);
-        if (given)
+        if (given) {
+            trusted.store(is_set("VEKSIM_TRUST_TREE"));
+            insist_on_data(path);
+            use(path);
             adopt_standard_descriptors();
+        }
     }
     return current.load(std::memory_order_acquire);
 }
@@ -141,10 +175,28 @@ bool make_absolute(char *buffer, int directory, const char *path)
 
 } // namespace
 
+const char *directory_of_both(const char *path)
+{
+    char absolute[PATH_MAX];
+    if (tree() == nullptr || (*path != '/' && !make_absolute(absolute, AT_FDCWD, path)))
+        return nullptr;
+    for (const char *name : shared_directories) {
+        const char *below = after_prefix(*path == '/' ? path : absolute, name);
+        if (below != nullptr && *after_slashes(below) == '\0')
+            return name;
+    }
+    return nullptr;
+}
+
 const char *tree()
 {
     const root *base = active();
     return base == nullptr ? nullptr : base->path;
+}
+
+bool tree_is_trusted()
+{
+    return trusted.load();
 }
 
 bool tree_path(char *buffer, const char *name)
@@ -248,6 +300,7 @@ bool host_path::write_protected() const
 extern "C" __attribute__((visibility("default"))) void veksim_use(const char *path)
 {
     veksim::asked_environment.store(true);
+    veksim::trusted.store(true); // the program's own making
     if (path == nullptr)
         veksim::current.store(nullptr);
     else

@@ -30,7 +30,11 @@ private:
     char buffer_[PATH_MAX];
 };
 
-const char *tree(); // null: no redirection
+// The name of a directory that holds names of the tree's beside others, such as "/proc"; null for every other path.
+const char *directory_of_both(const char *path);
+
+const char *tree();     // null: no redirection
+bool tree_is_trusted(); // its programs and libraries may run
 // "TREE" + NAME into a buffer of PATH_MAX; false when there is no tree or no room.
 bool tree_path(char *buffer, const char *name);
 bool tree_has(const char *name);

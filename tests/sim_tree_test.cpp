@@ -1,0 +1,270 @@
+// SPDX-License-Identifier: Apache-2.0
+// Trees: what leads into them, which are refused, and programs that nobody here wrote on top of them.
+#include "support/sim_host.h"
+
+#include "tree_check.h"
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <dirent.h>
+#include <fcntl.h>
+#include <fstream>
+#include <fts.h>
+#include <ftw.h>
+#include <set>
+#include <sstream>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <sys/vfs.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utime.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using tree_test = sim_host;
+
+const environment native{{"VEKSIM_EMULATOR", ""}}; // for commands that belong to the machine we run on
+
+// The tree has the names below; no real host does, so each call that succeeds was led there.
+TEST_F(tree_test, every_call_on_a_name_is_led)
+{
+    host.add_gpu();
+    static const std::string node = host.card(0, "device/vendor"), fresh = "/dev/dri/fresh";
+    const std::pair<const char *, bool (*)()> calls[] = {
+        {"chown", [] { return chown(node.c_str(), getuid(), getgid()) == 0; }},
+        {"lchown", [] { return lchown(node.c_str(), getuid(), getgid()) == 0; }},
+        {"link", [] { return link(node.c_str(), fresh.c_str()) == 0; }},
+        {"mknod", [] { return mknod(fresh.c_str(), S_IFREG | 0600, 0) == 0; }},
+        {"mkfifo", [] { return mkfifo(fresh.c_str(), 0600) == 0; }},
+        {"utime", [] { return utime(node.c_str(), nullptr) == 0; }},
+        {"utimes", [] { return utimes(node.c_str(), nullptr) == 0; }},
+        {"lutimes", [] { return lutimes(node.c_str(), nullptr) == 0; }},
+        {"utimensat", [] { return utimensat(AT_FDCWD, node.c_str(), nullptr, 0) == 0; }},
+        {"statvfs",
+         [] {
+             struct statvfs info {};
+             return statvfs(node.c_str(), &info) == 0;
+         }},
+        {"statfs", [] {
+             struct statfs info {};
+             return statfs(node.c_str(), &info) == 0;
+         }}};
+    for (const auto &[name, call] : calls) {
+        EXPECT_TRUE(call()) << name;
+        host.remove(fresh);
+    }
+}
+
+std::set<std::string> names_in(const char *directory)
+{
+    std::set<std::string> names;
+    DIR *listing = opendir(directory);
+    while (const dirent *entry = readdir(listing))
+        names.insert(entry->d_name);
+    closedir(listing);
+    return names;
+}
+
+std::vector<std::string> walked;
+
+TEST_F(tree_test, listings_and_walks_show_the_host)
+{
+    host.add_gpu();
+    host.write("/proc/4000001/comm", "player\n");
+    const auto processes = names_in("/proc");
+    EXPECT_EQ(processes.count("4000001") + processes.count("self"), 2U);
+    EXPECT_EQ(names_in("/sys/class/").count("drm"), 1U);
+    EXPECT_EQ(names_in("/sys").count("devices"), 1U);
+    host.remove("/dev/dri");
+    EXPECT_EQ(names_in("/dev").count("dri"), 0U) << "not even the real host's";
+    dirent **entries = nullptr;
+    const int count = scandir(
+        "/proc", &entries, [](const dirent *e) { return int(e->d_name[0] == '4'); }, alphasort);
+    ASSERT_GE(count, 1);
+    EXPECT_TRUE(std::any_of(entries, entries + count, [](dirent *e) { return e->d_name == std::string("4000001"); }));
+    std::for_each(entries, entries + count, free);
+    free(entries);
+
+    walked.clear();
+    const auto step = [](const char *path, const struct stat *, int, FTW *place) {
+        walked.push_back(path);
+        return walked.back().find('/', static_cast<std::size_t>(place->base)) == std::string::npos ? 0 : 1;
+    };
+    EXPECT_EQ(nftw("/sys/bus/pci", step, 8, FTW_PHYS), 0);
+    EXPECT_EQ(std::count(walked.begin(), walked.end(), "/sys/bus/pci/devices/0000:03:00.0"), 1);
+    std::string top = "/sys/class/drm";
+    char *const tops[] = {top.data(), nullptr};
+    FTS *walk = fts_open(tops, FTS_PHYSICAL, nullptr);
+    bool met = false;
+    while (const FTSENT *entry = fts_read(walk))
+        met = met || entry->fts_name == std::string("card0");
+    fts_close(walk);
+    EXPECT_TRUE(met);
+}
+
+struct suspect {
+    const char *word; // of the refusal; "" when there is none
+    std::function<void(veksim::host_tree &)> plant;
+};
+
+TEST_F(tree_test, only_data_is_a_tree)
+{
+    const auto to = [](const char *node, const char *target) {
+        return [=](veksim::host_tree &tree) { tree.link(node, target); };
+    };
+    const auto file = [](const char *node, const char *text) {
+        return [=](veksim::host_tree &tree) { tree.write(node, text); };
+    };
+    const suspect suspects[] = {
+        {"", [](auto &tree) { tree.add_gpu(), tree.add_bare_gpu(), tree.add_video_libraries(); }},
+        {"", to("/sys/n", "errno:5:read")},
+        {"", to("/sys/n", "stuck")},
+        {"", to("/sys/n", "/dev/full")},
+        {"", to("/sys/n", "../sys/class/drm")},
+        {"", to("/a/b/n", ".././../c/x")},
+        {"", [](auto &tree) { mkfifo(tree.path("/sys/n").c_str(), 0600); }},
+        {"link", to("/sys/n", "/etc/passwd")},
+        {"link", to("/sys/n", "/dev/full/../../etc")},
+        {"link", to("/n", "..")},
+        {"link", to("/sys/n", "../..")},
+        {"link", to("/sys/n", "class/../../..")}, // class may be a link itself
+        {"link", to("/sys/n", ".//../../x")},
+        {"program", file("/host/bin/lsmod", "#!/bin/sh\n")},
+        {"library", file("/opt/vekgpu/lib/aarch64-linux-gnu/libva.so", "\x7f")},
+        {"library", file("/usr/lib/aarch64-linux-gnu/dri/vekgpu_drv_video.so.1", "\x7f")},
+        {"name",
+         [](auto &tree) { tree.write("/sys/n", ""), fs::create_hard_link(tree.path("/sys/n"), tree.path("/m")); }},
+        {"device", [](auto &tree) {
+             const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+             sockaddr_un name{AF_UNIX, ""};
+             tree.path("/s").string().copy(name.sun_path, sizeof name.sun_path - 1);
+             EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&name), sizeof name), 0);
+             close(fd);
+         }}};
+    for (const auto &[word, plant] : suspects) {
+        veksim::host_tree tree;
+        plant(tree);
+        std::array<char, PATH_MAX> what{};
+        const bool data = veksim::tree_is_data(tree.root().c_str(), what.data(), what.size());
+        EXPECT_EQ(data, *word == '\0') << what.data();
+        EXPECT_NE(std::string(what.data()).find(word), std::string::npos) << what.data();
+    }
+}
+
+TEST_F(tree_test, a_strangers_tree_runs_no_code_and_leads_nowhere)
+{
+    host.add_gpu();
+    host.link(host.hwmon(0, "temp1_input"), "/etc/passwd");
+    const std::string tree = host.root().string();
+    const run_result refused = run({VEKSIM_PATH, "--tree", tree, "--", "true"}, native);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.err.find("/temp1_input is a link"), std::string::npos) << refused.err;
+    EXPECT_EQ(run({VEKSIM_PATH, "--tree", tree, "--trust-tree", "--", "true"}, native).status, 0);
+    const run_result loaded = run_on_host({VEKSMI_PATH, "list"}); // without the launcher
+    EXPECT_EQ(loaded.status, 126) << loaded.out;
+    EXPECT_EQ(loaded.out, "");
+    EXPECT_EQ(run_on_host({VEKSMI_PATH, "list"}, {{"VEKSIM_TRUST_TREE", "1"}}).status, 0);
+}
+
+TEST(veksim_launcher, leaves_nothing_of_a_build_that_ends_early)
+{
+    if (EMULATOR[0] != '\0')
+        GTEST_SKIP() << "the emulator takes the signals";
+    veksim::node_tree scratch;
+    const std::string place = scratch.path("/t").string(), named = scratch.path("/named").string();
+    fs::create_directory(place);
+    const std::string tmpdir = "TMPDIR=" + place;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        for (const char *tree : {"", named.c_str()}) {
+            const pid_t child = fork();
+            if (child == 0) {
+                sigset_t waiting;
+                sigemptyset(&waiting);
+                sigaddset(&waiting, signal);
+                sigprocmask(SIG_BLOCK, &waiting, nullptr);
+                raise(signal); // and is there when the program starts
+                putenv(const_cast<char *>(tmpdir.c_str()));
+                execl(VEKSIM_PATH, "veksim", "--tree", tree, "--", "true", nullptr);
+                _exit(0);
+            }
+            int status = 0;
+            waitpid(child, &status, 0);
+            EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
+            EXPECT_TRUE(fs::is_empty(place));
+            EXPECT_FALSE(fs::exists(named));
+        }
+
+    const std::string full = "ulimit -f 1; exec \"$0\" \"$@\"";
+    EXPECT_NE(run({"sh", "-c", full, VEKSIM_PATH, "--tree", named, "--", "true"}, native).status, 0);
+    const run_result again = run({VEKSIM_PATH, "--tree", named, "--gpus", "1", "--", "true"}, native);
+    EXPECT_EQ(again.status, 0) << again.err;
+    EXPECT_TRUE(fs::exists(named + "/sys/class/drm/card0/vek_dbdf"));
+    EXPECT_EQ(run({VEKSIM_PATH, "--tree", place, "--", "true"}, native).status, 0) << "an empty directory will do";
+    fs::remove_all(place + "/host");
+    EXPECT_EQ(run({VEKSIM_PATH, "--tree", place, "--", "true"}, native).status, 1) << "but not one with other files";
+}
+
+// What an installed program prints on this host; nothing when there is no such program for the machine we are built for.
+std::string printed_by(const std::string &root, const std::string &command, environment settings = {})
+{
+    if (EMULATOR[0] != '\0' ||
+        std::system(("command -v " + command.substr(0, command.find(' ')) + " >/dev/null").c_str()) != 0)
+        return "";
+    settings.emplace("LD_PRELOAD", VEKSIM_PRELOAD);
+    settings.emplace("VEKSIM_TREE", root);
+    return run({"sh", "-c", command}, settings).out;
+}
+
+TEST_F(tree_test, lspci_reads_what_the_host_says)
+{
+    veksim::gpu_config config;
+    config.pci_address = "0001:a3:00.0";
+    config.device_id = 0x4a17;
+    config.subsystem_device_id = 0x12;
+    config.current_link_speed = "8.0 GT/s PCIe";
+    config.current_link_width = 4;
+    config.numa_node = 1;
+    host.add_gpu(config);
+    const std::string out = printed_by(host.root().string(), "lspci -D -nn -vv");
+    if (out.empty())
+        GTEST_SKIP() << "no lspci";
+    const std::size_t gpu = out.find("0001:a3:00.0 VGA compatible controller [0300]");
+    ASSERT_NE(gpu, std::string::npos) << out;
+    for (const char *words : {"[7665:4a17]", "[7665:0012]", "NUMA node: 1", "Speed 16GT/s, Width x8", "Speed 8GT/s",
+                              "Width x4", "[size=32M]", "Kernel driver in use: vekgpu", "Advanced Error Reporting"})
+        EXPECT_NE(out.find(words, gpu), std::string::npos) << words << out;
+    EXPECT_NE(out.find("0001:00:01.0 PCI bridge [0604]"), std::string::npos) << out;
+    EXPECT_NE(out.find("primary=00, secondary=a3, subordinate=a3"), std::string::npos) << out;
+}
+
+TEST_F(tree_test, vainfo_finds_the_engines)
+{
+    host.add_gpu();
+    host.add_video_libraries();
+    host.write("/usr/lib/aarch64-linux-gnu/dri/vekgpu_drv_video.conf",
+               "vendor one engine\nprofile 17\nentrypoint 1\nprofile 12\nentrypoint 7\n");
+    const std::string out = printed_by(host.root().string(), "vainfo --display drm --device /dev/dri/card0",
+                                       {{"LIBVA_DRIVERS_PATH", "/usr/lib/aarch64-linux-gnu/dri"}});
+    if (out.empty())
+        GTEST_SKIP() << "no vainfo";
+    std::vector<std::string> words;
+    std::istringstream text(out.substr(out.find("entrypoints\n") + 12));
+    for (std::string word; text >> word;)
+        words.push_back(word.substr(0, word.find(':')));
+    EXPECT_NE(out.find("Driver version: one engine"), std::string::npos) << out;
+    std::erase(words, "");
+    EXPECT_EQ(words, (std::vector<std::string>{"VAProfileHEVCMain", "VAEntrypointVLD", "VAProfileJPEGBaseline",
+                                               "VAEntrypointEncPicture"}))
+        << out;
+}
+
+} // namespace
