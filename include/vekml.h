@@ -22,9 +22,17 @@
  * passes the number through.
  *
  * Every step is written to the debug log "/tmp/smi.log"; failures meant for the user are also printed on standard
- * output. The library starts no threads and takes no locks: ::vekml_init, ::vekml_init_card, ::vekml_out_of_band_init
- * and ::vekml_shutdown must not run beside any other call, while readers of different GPUs do not disturb each other; only
- * ::vekml_device_get_vpu_info, which changes the process environment, wants to be called one at a time.
+ * output.
+ *
+ * Threads: the library starts none, and locks nothing but the one lookup of the video libraries. These must not run
+ * beside any other call: ::vekml_init, ::vekml_init_card, ::vekml_out_of_band_init, ::vekml_pci_out_of_band_manager and
+ * ::vekml_shutdown. All other calls may run side by side, each thread with records of its own, save for:
+ * - ::vekml_device_get_uuid and ::vekml_device_query on the same GPU, each with itself and with the other, as both keep
+ *   the UUID in the device record; the other whole-record queries too where they fall back on ::vekml_device_query;
+ * - ::vekml_device_get_vpu_utlz on the same GPU, with itself: each call keeps its sample for the next;
+ * - ::vekml_device_get_vpu_info until it has succeeded for the GPU: it changes the process environment, and so must not
+ *   run beside itself, on whichever GPU, nor beside anything that reads or changes the environment. Of these calls,
+ *   ::vekml_device_get_driver_release_version does, which starts a shell.
  */
 
 #ifndef VEKML_H
@@ -187,8 +195,8 @@ typedef vekml_device_record_t *vekml_device_t;
  * Find the GPUs under "/sys/class/drm" and fill the device table from the kernel driver's attributes. Needs no
  * privileges and opens no device file. A second call runs discovery again over the same table.
  *
- * @return 0 always; ::vekml_device_get_count tells the outcome. "Open failed, there's no such path" or "Read
- *         failed, no file node to read" on standard output when the directory is missing or empty.
+ * @return ::VEKML_SUCCESS always; ::vekml_device_get_count tells the outcome. "Open failed, there's no such path" or
+ *         "Read failed, no file node to read" on standard output when the directory is missing or empty.
  */
 VEKML_API vekml_return_t vekml_init(void);
 
@@ -198,8 +206,8 @@ VEKML_API vekml_return_t vekml_init(void);
  * many cards there are.
  *
  * @param card_index N
- * @return 0 always. ::vekml_device_get_count then gives 1, with the GPU at index 0, or 0 when that card is missing or
- *         not a GPU of ours. Prints what ::vekml_init prints.
+ * @return ::VEKML_SUCCESS always. ::vekml_device_get_count then gives 1, with the GPU at index 0, or 0 when that card
+ *         is missing or not a GPU of ours. Prints what ::vekml_init prints.
  * @since 1.1
  */
 VEKML_API vekml_return_t vekml_init_card(uint32_t card_index);
@@ -207,7 +215,7 @@ VEKML_API vekml_return_t vekml_init_card(uint32_t card_index);
 /**
  * Unmap every BAR0 window and clear the whole state. Harmless before ::vekml_init.
  *
- * @return 0, or -1 when a window cannot be unmapped; the state then stays as it is.
+ * @return ::VEKML_SUCCESS, or ::VEKML_ERROR_NODE_IO when a window cannot be unmapped; the state then stays as it is.
  */
 VEKML_API vekml_return_t vekml_shutdown(void);
 
@@ -216,8 +224,8 @@ VEKML_API vekml_return_t vekml_shutdown(void);
  * the driver module loaded this is ::vekml_init. Mapping needs root. Another start without ::vekml_shutdown in between
  * lists the same GPUs again, behind the first.
  *
- * @return 0 when the driver is loaded and ::vekml_init was run, 1 after an out-of-band start, whatever became of
- *         each GPU.
+ * @return ::VEKML_SUCCESS when the driver is loaded and ::vekml_init was run, 1 after an out-of-band start, whatever
+ *         became of each GPU.
  */
 VEKML_API vekml_return_t vekml_out_of_band_init(void);
 
@@ -226,8 +234,8 @@ VEKML_API vekml_return_t vekml_out_of_band_init(void);
  *
  * @param gpu_index position in the device table
  * @param dev the GPU as libpciaccess lists it, probed
- * @return 0; 4 without root; -1 when "/dev/mem" cannot be opened, BAR0 is absent or not page-aligned, the mapping
- *         fails, or the index is outside the table.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NO_PERMISSION without root; ::VEKML_ERROR_NODE_IO when "/dev/mem" cannot be
+ *         opened, BAR0 is absent or not page-aligned, the mapping fails, or the index is outside the table.
  */
 VEKML_API vekml_return_t vekml_pci_out_of_band_manager(uint32_t gpu_index, struct pci_device *dev);
 
@@ -246,14 +254,14 @@ typedef struct vekml_pci_info {
 /**
  * Number of GPUs found.
  *
- * @return 0; 2 when `count` is null.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT when `count` is null.
  */
 VEKML_API vekml_return_t vekml_device_get_count(uint32_t *count);
 
 /**
  * Handle of the GPU at a position of the device table.
  *
- * @return 0; 2 when `handle` is null or `index` is not below the count.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT when `handle` is null or `index` is not below the count.
  */
 VEKML_API vekml_return_t vekml_device_get_handle_by_index(uint32_t index, vekml_device_t *handle);
 
@@ -261,7 +269,8 @@ VEKML_API vekml_return_t vekml_device_get_handle_by_index(uint32_t index, vekml_
  * Handle of the GPU at a PCI address. The comparison is numeric, so upper-case digits match too.
  *
  * @param pci_bus_id 12 characters, for example "0000:03:00.0"
- * @return 0; 2 for a null argument; 21 when no GPU matches, with a line on standard output.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null argument; ::VEKML_ERROR_NO_DATA when no GPU
+ *         matches, with a line on standard output.
  */
 VEKML_API vekml_return_t vekml_device_get_handle_by_pci_bus_id(vekml_device_t *handle, const char *pci_bus_id);
 
@@ -269,17 +278,22 @@ VEKML_API vekml_return_t vekml_device_get_handle_by_pci_bus_id(vekml_device_t *h
  * Product name, as CARD/vek_product_name held it at initialisation.
  *
  * @param length capacity of `name`
- * @return 0; 7 when the name and its NUL do not fit, nothing is written then. Pointers are not checked.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INSUFFICIENT_SIZE when the name and its NUL do not fit, nothing is written
+ *         then. Pointers are not checked.
  */
 VEKML_API vekml_return_t vekml_device_get_name(vekml_device_t handle, char *name, uint32_t length);
 
-/** Card number N, the DRM minor of the primary node. @return 0. Pointers are not checked. */
+/** Card number N, the DRM minor of the primary node. @return ::VEKML_SUCCESS. Pointers are not checked. */
 VEKML_API vekml_return_t vekml_device_get_minor_number(vekml_device_t handle, uint32_t *minor);
 
-/** Card number N, as ::vekml_device_get_minor_number. @return 0; 2 when either pointer is null. */
+/**
+ * Card number N, as ::vekml_device_get_minor_number.
+ *
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT when either pointer is null.
+ */
 VEKML_API vekml_return_t vekml_device_get_card_index_by_handle(vekml_device_t handle, uint32_t *index);
 
-/** PCI address. @return 0; 2 when either pointer is null. */
+/** PCI address. @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT when either pointer is null. */
 VEKML_API vekml_return_t vekml_device_get_pci_info(vekml_device_t handle, vekml_pci_info_t *pci);
 
 /* ---- Identity tables ---------------------------------------------------------------------------------------- */
@@ -323,41 +337,56 @@ VEKML_API extern const vekml_board_t talonProductArr[VEKML_BOARDS];
  * Model name of a device id, else the name of the board that carries it, else "unknown". At most `size` - 1
  * characters are copied, and no terminator is written at `size` - 1: hand in a zeroed buffer.
  *
- * @return 0; 2 when the id is known and `size` is below 8, nothing is written then; 6 for an unknown id.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT when the id is known and `size` is below 8, nothing is
+ *         written then; ::VEKML_ERROR_NOT_FOUND for an unknown id.
  */
 VEKML_API vekml_return_t device_id_to_model(uint32_t device_id, char *model, uint32_t size);
 
-/** As ::device_id_to_model, for a buffer of any size. @return 0; 6 for an unknown id. */
+/**
+ * As ::device_id_to_model, for a buffer of any size.
+ *
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NOT_FOUND for an unknown id.
+ */
 VEKML_API vekml_return_t device_id_to_model_with_size(uint32_t device_id, char *model, uint32_t size);
 
 /**
  * Device id and chip process of a model name, compared exactly.
  *
- * @return 0; 2 for a null argument; 6 for an unknown name, the outputs are left alone then.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null argument; ::VEKML_ERROR_NOT_FOUND for an unknown
+ *         name, the outputs are left alone then.
  */
 VEKML_API vekml_return_t model_to_device_id_and_chip_process(const char *model, uint32_t *device_id,
                                                              uint32_t *chip_process);
 
-/** Chip process of a device id, nm. @return 0; 2 for a null output; 6 for an unknown id. */
+/**
+ * Chip process of a device id, nm.
+ *
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null output; ::VEKML_ERROR_NOT_FOUND for an unknown id.
+ */
 VEKML_API vekml_return_t device_id_to_chip_process(uint32_t device_id, uint32_t *chip_process);
 
-/** Whether a device id is a model's. @return 0 when it is, else 6. */
+/** Whether a device id is a model's. @return ::VEKML_SUCCESS when it is, else ::VEKML_ERROR_NOT_FOUND. */
 VEKML_API vekml_return_t is_right_device_id(uint32_t device_id);
 
-/** Memory bus width of a device id, bits. @return 0; 6 for an unknown id, with 0 stored. */
+/**
+ * Memory bus width of a device id, bits.
+ *
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NOT_FOUND for an unknown id, with 0 stored.
+ */
 VEKML_API vekml_return_t vekml_device_id_to_gddr_width(uint32_t device_id, uint32_t *gddr_width);
 
 /**
  * Graphics clock bounds of a device id, MHz.
  *
- * @return 0; 6 for an unknown id, with 50 and 1000 stored: test the result, not the values.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NOT_FOUND for an unknown id, with 50 and 1000 stored: test the result, not the
+ *         values.
  */
 VEKML_API vekml_return_t vekml_device_id_to_gfx_bound(uint32_t device_id, uint32_t *lower_bound, uint32_t *upper_bound);
 
 /**
  * Video capability texts of a device id. Each buffer must hold at least 9 bytes.
  *
- * @return 0; 6 for an unknown id, with "unknown" in both.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NOT_FOUND for an unknown id, with "unknown" in both.
  */
 VEKML_API vekml_return_t device_id_to_video_decoder_encoder(uint32_t device_id, char *decoder, char *encoder);
 
@@ -399,47 +428,68 @@ typedef struct vekml_gpu_static_info {
  * `static_text` is not part of the node.
  *
  * @param card_path CARD
- * @return 0; 6 when the node cannot be opened.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NOT_FOUND when the node cannot be opened.
  */
 VEKML_API vekml_return_t vekml_read_static_info_from_node(const char *card_path, vekml_gpu_static_info_t *info);
 
-/** Memory size from HWMON/vek_gddr_size. @return 0, with 0 stored when unreadable; -1 when the node is absent. */
+/**
+ * Memory size from HWMON/vek_gddr_size.
+ *
+ * @return ::VEKML_SUCCESS, with 0 stored when unreadable; ::VEKML_ERROR_NODE_IO when the node is absent.
+ */
 VEKML_API vekml_return_t vekml_device_get_gddr_size(vekml_device_t device, uint32_t *size);
 
 /**
  * Memory speed from HWMON/vek_gddr_phys_speed, decimal or 0x-prefixed.
  *
- * @return 0, with 0 stored when unreadable; -1 when the node is absent.
+ * @return ::VEKML_SUCCESS, with 0 stored when unreadable; ::VEKML_ERROR_NODE_IO when the node is absent.
  */
 VEKML_API vekml_return_t vekml_device_get_gddr_speed(vekml_device_t device, uint64_t *speed);
 
-/** Number of memory devices from HWMON/vek_gddr_count. @return 0, with 0 stored when unreadable. */
+/** Number of memory devices from HWMON/vek_gddr_count. @return ::VEKML_SUCCESS, with 0 stored when unreadable. */
 VEKML_API vekml_return_t vekml_device_get_gddr_count(vekml_device_t device, uint32_t *count);
 
-/** Board vendor from HWMON/vek_vendor; `vendor` holds 64 bytes. @return 0, with an empty text when unreadable. */
+/**
+ * Board vendor from HWMON/vek_vendor; `vendor` holds 64 bytes.
+ *
+ * @return ::VEKML_SUCCESS, with an empty text when unreadable.
+ */
 VEKML_API vekml_return_t vekml_device_get_vendor(vekml_device_t device, char *vendor);
 
-/** Firmware version from HWMON/vek_fw_ver; `fw_ver` holds 20 bytes. @return 0, empty text when unreadable. */
+/**
+ * Firmware version from HWMON/vek_fw_ver; `fw_ver` holds 20 bytes.
+ *
+ * @return ::VEKML_SUCCESS, empty text when unreadable.
+ */
 VEKML_API vekml_return_t vekml_device_get_fw_ver(vekml_device_t device, char *fw_ver);
 
-/** Serial from HWMON/vek_chip_id; `serial` holds 20 bytes. @return 0, with an empty text when unreadable. */
+/**
+ * Serial from HWMON/vek_chip_id; `serial` holds 20 bytes.
+ *
+ * @return ::VEKML_SUCCESS, with an empty text when unreadable.
+ */
 VEKML_API vekml_return_t vekml_device_get_serial(vekml_device_t device, char *serial);
 
-/** VBIOS version from HWMON/vek_vbios; `vbios` holds 50 bytes. @return 0, with an empty text when unreadable. */
+/**
+ * VBIOS version from HWMON/vek_vbios; `vbios` holds 50 bytes.
+ *
+ * @return ::VEKML_SUCCESS, with an empty text when unreadable.
+ */
 VEKML_API vekml_return_t vekml_device_get_vbios_version(vekml_device_t device, char *vbios);
 
 /**
  * Product name from vek_product_name in a directory; `name` holds 16 bytes.
  *
  * @param dir a directory, usually CARD
- * @return 0, with an empty text when unreadable.
+ * @return ::VEKML_SUCCESS, with an empty text when unreadable.
  */
 VEKML_API vekml_return_t vekml_device_get_product_name(const char *dir, char *name);
 
 /**
  * UUID from HWMON/vek_chip_id, also kept in the device record; `uuid` holds 20 bytes.
  *
- * @return 0; 2 for a null argument; 6 when the node is unreadable.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null argument; ::VEKML_ERROR_NOT_FOUND when the node is
+ *         unreadable.
  */
 VEKML_API vekml_return_t vekml_device_get_uuid(vekml_device_t device, char *uuid);
 
@@ -447,7 +497,7 @@ VEKML_API vekml_return_t vekml_device_get_uuid(vekml_device_t device, char *uuid
  * Chip type number from the last word of HWMON/vek_device_model; 2 for an empty text. Compare it with
  * ::VEKML_ASIC_TYPES before it serves as an index of ::asic_types: the driver's number is not checked.
  *
- * @return 0; -1 when the node is unreadable, nothing is written then.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NODE_IO when the node is unreadable, nothing is written then.
  */
 VEKML_API vekml_return_t vekml_device_get_asic_type(vekml_device_t device, uint32_t *arch_type);
 
@@ -455,41 +505,51 @@ VEKML_API vekml_return_t vekml_device_get_asic_type(vekml_device_t device, uint3
  * Memory type, the text "GDDR6". It is not read from the device.
  *
  * @param size capacity of `gddr_type`; the text takes 6 bytes, and a size of 5 is let pass
- * @return 0; 2 for a null argument; 7 when `size` is below 5.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null argument; ::VEKML_ERROR_INSUFFICIENT_SIZE when
+ *         `size` is below 5.
  */
 VEKML_API vekml_return_t vekml_device_get_gddr_type(vekml_device_t device, char *gddr_type, uint32_t size);
 
 /**
  * Memory maker from CARD/device/gpu_static_info: "Samsung", "Hynix", "Micron" or "unknown"; `vendor` holds 8 bytes.
  *
- * @return 0; 2 for a null argument; 6 when the node cannot be opened, with "unknown" stored.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null argument; ::VEKML_ERROR_NOT_FOUND when the node
+ *         cannot be opened, with "unknown" stored.
  */
 VEKML_API vekml_return_t vekml_device_get_gddr_vendor(vekml_device_t device, char *vendor);
 
-/** PCI device id. @return 0; 2 for a null argument. */
+/** PCI device id. @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null argument. */
 VEKML_API vekml_return_t vekml_device_get_device_id(vekml_device_t device, uint32_t *device_id);
 
-/** Memory bus width from the identity tables, bits. @return 0; 2 for a null argument; 6 for an unknown board. */
+/**
+ * Memory bus width from the identity tables, bits.
+ *
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null argument; ::VEKML_ERROR_NOT_FOUND for an unknown
+ *         board.
+ */
 VEKML_API vekml_return_t vekml_device_get_gddr_width(vekml_device_t device, uint32_t *width);
 
 /**
  * Highest graphics clock from the identity tables, MHz.
  *
- * @return 0; 2 for a null argument; 6 for an unknown board, with 0 stored and a line on standard output.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null argument; ::VEKML_ERROR_NOT_FOUND for an unknown
+ *         board, with 0 stored and a line on standard output.
  */
 VEKML_API vekml_return_t vekml_device_get_gfx_clock_max(vekml_device_t device, uint32_t *gfx_max);
 
 /**
  * Number of GPU cores from CARD/device/gpu_static_info.
  *
- * @return 0; 2 for a null argument; 6 when the node cannot be opened, with 0 stored.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null argument; ::VEKML_ERROR_NOT_FOUND when the node
+ *         cannot be opened, with 0 stored.
  */
 VEKML_API vekml_return_t vekml_device_get_num_gpu_cores(vekml_device_t device, uint32_t *cores);
 
 /**
  * Texture fill rate, cores x 32 x highest graphics clock, gigatexels per second.
  *
- * @return 0; 2 for a null argument; 6 when the core count or the clock is not to be had, with 0.0 stored.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null argument; ::VEKML_ERROR_NOT_FOUND when the core
+ *         count or the clock is not to be had, with 0.0 stored.
  */
 VEKML_API vekml_return_t vekml_device_get_texture_fill_rate(vekml_device_t device, float *rate);
 
@@ -499,14 +559,16 @@ VEKML_API vekml_return_t vekml_device_get_pixel_fill_rate(vekml_device_t device,
 /**
  * Video capability texts from the identity tables; each buffer holds at least 9 bytes.
  *
- * @return 0; 2 for a null argument; -1 for an unknown board, with "unknown" in both.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null argument; ::VEKML_ERROR_NODE_IO for an unknown
+ *         board, with "unknown" in both.
  */
 VEKML_API vekml_return_t vekml_device_get_video_decoder_encoder(vekml_device_t device, char *decoder, char *encoder);
 
 /**
  * Chip process of the model, nm; from the model found at initialisation, else from HWMON/vek_device_model.
  *
- * @return 0; 2 for a null argument; 6 when the node is unreadable or the model unknown.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null argument; ::VEKML_ERROR_NOT_FOUND when the node is
+ *         unreadable or the model unknown.
  */
 VEKML_API vekml_return_t vekml_device_get_chip_process(vekml_device_t device, uint32_t *chip_process);
 
@@ -515,14 +577,22 @@ VEKML_API vekml_return_t vekml_device_get_chip_process(vekml_device_t device, ui
  * characters are copied, without a terminator at `size` - 1: hand in a zeroed buffer of 8 bytes or more, as nothing is
  * copied into a smaller one when the PCI device id tells.
  *
- * @return 0; 2 for a null argument.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null argument.
  */
 VEKML_API vekml_return_t vekml_device_get_device_model(vekml_device_t device, char *model, uint32_t size);
 
-/** Primary id from HWMON/vek_gpu_primary_id; `dst` holds 20 bytes. @return 0, empty text when unreadable. */
+/**
+ * Primary id from HWMON/vek_gpu_primary_id; `dst` holds 20 bytes.
+ *
+ * @return ::VEKML_SUCCESS, empty text when unreadable.
+ */
 VEKML_API vekml_return_t vekml_device_get_primary_id(vekml_device_t device, char *dst);
 
-/** Primary core id from HWMON/vek_gpu_primary_core_id; `dst` holds 20 bytes. @return 0, empty when unreadable. */
+/**
+ * Primary core id from HWMON/vek_gpu_primary_core_id; `dst` holds 20 bytes.
+ *
+ * @return ::VEKML_SUCCESS, empty when unreadable.
+ */
 VEKML_API vekml_return_t vekml_device_get_primary_core_id(vekml_device_t device, char *dst);
 
 /* ---- Driver versions ---------------------------------------------------------------------------------------- */
@@ -538,8 +608,9 @@ typedef struct vekml_driver_version {
  * Versions from CARD/version or, where that node does not exist, from the first MiB of the first GPU's debugfs dump.
  * Read from the dump, `kmd` holds the dump's "UM info" and `umd` its "KM info".
  *
- * @return 0, with "N/A" for what the dump lacks; 4 when the dump is needed and the caller is not root, with "N/A" in
- *         all three; -1 when the dump cannot be opened or read, the record is left alone then.
+ * @return ::VEKML_SUCCESS, with "N/A" for what the dump lacks; ::VEKML_ERROR_NO_PERMISSION when the dump is needed and
+ *         the caller is not root, with "N/A" in all three; ::VEKML_ERROR_NODE_IO when the dump cannot be opened or
+ *         read, the record is left alone then.
  */
 VEKML_API vekml_return_t vekml_device_get_driver_version(vekml_device_t device, vekml_driver_version_t *version);
 
@@ -550,7 +621,7 @@ VEKML_API vekml_return_t vekml_device_get_driver_version(vekml_device_t device, 
  *                longer than `size`
  * @param size length of the longest text to store, its terminator not counted: a version of exactly this length is
  *             stored with its terminator in the byte behind
- * @return 0; 2 for a null buffer.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null buffer.
  */
 VEKML_API vekml_return_t vekml_device_get_driver_release_version(char *version, uint32_t size);
 
@@ -571,36 +642,56 @@ typedef struct vekml_gddr_crc {
     uint32_t crc_read_retry_cnt[4];  /**< read retries */
 } vekml_gddr_crc_t;
 
-/** Present link speed, GT/s, as initialisation found it. @return 0; 2 when `handle` is null. */
+/**
+ * Present link speed, GT/s, as initialisation found it.
+ *
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT when `handle` is null.
+ */
 VEKML_API vekml_return_t vekml_device_get_pcie_speed(vekml_device_t handle, uint32_t *speed);
 
-/** Present link width, lanes, as initialisation found it. @return 0; 2 when `handle` is null. */
+/**
+ * Present link width, lanes, as initialisation found it.
+ *
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT when `handle` is null.
+ */
 VEKML_API vekml_return_t vekml_device_get_curr_pcie_link_width(vekml_device_t handle, uint32_t *width);
 
-/** Highest link speed, GT/s. @return 0; 2 when `handle` is null. */
+/** Highest link speed, GT/s. @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT when `handle` is null. */
 VEKML_API vekml_return_t vekml_device_get_pcie_link_max_speed(vekml_device_t handle, uint32_t *speed);
 
-/** Highest link width, lanes. @return 0; 2 when `handle` is null. */
+/** Highest link width, lanes. @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT when `handle` is null. */
 VEKML_API vekml_return_t vekml_device_get_max_pcie_link_width(vekml_device_t handle, uint32_t *width);
 
-/** PCIe generation of the present speed: 3 for 8 GT/s, 4 for 16, 5 for 1, else 0. @return 0; 2 without a handle. */
+/**
+ * PCIe generation of the present speed: 3 for 8 GT/s, 4 for 16, 5 for 1, else 0.
+ *
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT without a handle.
+ */
 VEKML_API vekml_return_t vekml_device_get_curr_pcie_link_generation(vekml_device_t handle, uint32_t *generation);
 
-/** PCIe generation of the highest link speed, likewise. @return 0; 2 when `handle` is null. */
+/**
+ * PCIe generation of the highest link speed, likewise.
+ *
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT when `handle` is null.
+ */
 VEKML_API vekml_return_t vekml_device_get_max_pcie_link_generation(vekml_device_t handle, uint32_t *generation);
 
 /**
  * Present link speed text from CARD/device/current_link_speed, for example "16.0 GT/s PCIe"; `dst` holds 20 bytes.
  * It is the link's speed, not a measured throughput.
  *
- * @return 0, with an empty text when unreadable.
+ * @return ::VEKML_SUCCESS, with an empty text when unreadable.
  */
 VEKML_API vekml_return_t vekml_device_get_pcie_throughput(vekml_device_t device, char *dst);
 
-/** PCIe event word from HWMON/vek_pcie_event. @return 0, with 0 stored when unreadable. */
+/** PCIe event word from HWMON/vek_pcie_event. @return ::VEKML_SUCCESS, with 0 stored when unreadable. */
 VEKML_API vekml_return_t vekml_device_get_pcie_event(vekml_device_t device, vekml_pcie_event_t *event);
 
-/** Memory-BAR type from HWMON/vek_pcie_mmbar_type; `type` holds 20 bytes. @return 0; -1 when unreadable. */
+/**
+ * Memory-BAR type from HWMON/vek_pcie_mmbar_type; `type` holds 20 bytes.
+ *
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NODE_IO when unreadable.
+ */
 VEKML_API vekml_return_t vekml_device_get_pcie_mmbar_type(vekml_device_t device, char *type);
 
 /**
@@ -609,7 +700,7 @@ VEKML_API vekml_return_t vekml_device_get_pcie_mmbar_type(vekml_device_t device,
  *
  * @param card_path CARD
  * @param count 4 bytes
- * @return 0; -1 when the file is unreadable, with "N/A" stored, or lacks its total.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NODE_IO when the file is unreadable, with "N/A" stored, or lacks its total.
  */
 VEKML_API vekml_return_t vekml_device_get_pcie_err_nonfatal(const char *card_path, char *count);
 
@@ -622,7 +713,8 @@ VEKML_API vekml_return_t vekml_device_get_pcie_err_corr(const char *card_path, c
 /**
  * Memory CRC counters from CARD/device/gddr_crc. Counters of a line that is missing keep what the record held.
  *
- * @return 0; 2 for a null argument; 6 when the node cannot be opened.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null argument; ::VEKML_ERROR_NOT_FOUND when the node
+ *         cannot be opened.
  */
 VEKML_API vekml_return_t vekml_device_get_gddr_crc(vekml_device_t device, vekml_gddr_crc_t *crc);
 
@@ -630,7 +722,7 @@ VEKML_API vekml_return_t vekml_device_get_gddr_crc(vekml_device_t device, vekml_
  * Whether a monitor is connected to the HDMI or DisplayPort connector: 1 or 0. The connectors are those that CARD
  * lists under the names of card 0.
  *
- * @return 0; an unreadable connector counts as not connected.
+ * @return ::VEKML_SUCCESS; an unreadable connector counts as not connected.
  */
 VEKML_API vekml_return_t vekml_device_get_display_status(vekml_device_t device, uint32_t *connected);
 
@@ -697,8 +789,9 @@ VEKML_API extern const char *const process_mem_info[VEKML_PROCESS_STATISTICS];
  * Utilisation, from the counters of CARD/device/gpu_util_info, else of the driver's request, else from the
  * debugfs file "/sys/kernel/debug/vekgpu/status". Pointers are not checked.
  *
- * @return 0; 4 when only debugfs is left and the caller is not root; -1 when that file cannot be opened or read; 6
- *         when it lacks the percentages. All fields are 0 after a failure.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NO_PERMISSION when only debugfs is left and the caller is not root;
+ *         ::VEKML_ERROR_NODE_IO when that file cannot be opened or read; ::VEKML_ERROR_NOT_FOUND when it lacks the
+ *         percentages. All fields are 0 after a failure.
  */
 VEKML_API vekml_return_t vekml_device_get_util_info(vekml_device_t device, vekml_util_info_t *util);
 
@@ -706,8 +799,8 @@ VEKML_API vekml_return_t vekml_device_get_util_info(vekml_device_t device, vekml
  * Memory, from CARD/device/gpu_mem_util_info, else from the first MiB of the GPU's debugfs dump. Pointers are not
  * checked. Numbers that a short node lacks keep what the record held.
  *
- * @return 0; 4 when debugfs is needed and the caller is not root, with the record zeroed; -1 when the dump cannot
- *         be opened or read, the record is left alone then.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NO_PERMISSION when debugfs is needed and the caller is not root, with the
+ *         record zeroed; ::VEKML_ERROR_NODE_IO when the dump cannot be opened or read, the record is left alone then.
  */
 VEKML_API vekml_return_t vekml_device_get_mem_info(vekml_device_t device, vekml_mem_info_t *memory);
 
@@ -715,8 +808,8 @@ VEKML_API vekml_return_t vekml_device_get_mem_info(vekml_device_t device, vekml_
  * The processes that hold local memory, from CARD/device/gpu_mem_util_info, else from the driver's request; names
  * from "/proc/PID/status", whose slot stays as it was when that file tells none. Pointers are not checked.
  *
- * @return 0, also when there is none; -1 when the card node or a process's status file cannot be opened, or the
- *         request fails.
+ * @return ::VEKML_SUCCESS, also when there is none; ::VEKML_ERROR_NODE_IO when the card node or a process's status file
+ *         cannot be opened, or the request fails.
  */
 VEKML_API vekml_return_t vekml_device_get_process_info(vekml_device_t device, vekml_process_info_t *info);
 
@@ -792,7 +885,7 @@ typedef struct vekml_device_query_record {
  * Fill the static fields of the record: from CARD/device/gpu_static_info, else from the first, else from the
  * second static request on "/dev/dri/cardN".
  *
- * @return 0; 4 when all three fail, nothing is written then.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NO_PERMISSION when all three fail, nothing is written then.
  */
 VEKML_API vekml_return_t vekml_device_query_static_info(vekml_device_t device, vekml_device_query_t *query);
 
@@ -801,8 +894,8 @@ VEKML_API vekml_return_t vekml_device_query_static_info(vekml_device_t device, v
  * `util_state` and the processes from the driver's requests. Failures of utilisation and, though they are passed
  * over, of clocks and processes print a line.
  *
- * @return 0; otherwise the failing step of the fallback: utilisation, the card node, a request, a process's status
- *         file, or the memory CRC counters.
+ * @return ::VEKML_SUCCESS; otherwise the failing step of the fallback: utilisation, the card node, a request, a
+ *         process's status file, or the memory CRC counters.
  */
 VEKML_API vekml_return_t vekml_device_query_dynamic_info(vekml_device_t device, vekml_device_query_t *query);
 
@@ -812,8 +905,8 @@ VEKML_API vekml_return_t vekml_device_query_dynamic_info(vekml_device_t device, 
  * `gddr_package_model`, `device_id`, `chip_model`, `support_temp_info`, `static_text`, `gpu_default_freq`,
  * `static_valid` and the third and fifth `clock`.
  *
- * @return 0; otherwise the failure of utilisation, of the card node, of a request, of a process's status file or
- *         of the memory CRC counters, with the record partly filled.
+ * @return ::VEKML_SUCCESS; otherwise the failure of utilisation, of the card node, of a request, of a process's status
+ *         file or of the memory CRC counters, with the record partly filled.
  */
 VEKML_API vekml_return_t vekml_device_query(vekml_device_t device, vekml_device_query_t *query);
 
@@ -860,32 +953,40 @@ typedef struct dvfs_t {
 /**
  * Set one thermal limit; blocks for 1 s after the write. Pointers are not checked, nor is the value.
  *
- * @return 0; 4 without root; -1 when the write fails or the type is unknown. Failures print a line.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NO_PERMISSION without root; ::VEKML_ERROR_NODE_IO when the write fails or the
+ *         type is unknown. Failures print a line.
  */
 VEKML_API vekml_return_t vekml_device_set_thermal_info(vekml_device_t handle, thm_set *set, thm_type type);
 
 /**
  * Read one thermal limit into its field.
  *
- * @return 0; 6 when the node is unreadable, with 0 stored and a line printed; -1 when the type is unknown.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NOT_FOUND when the node is unreadable, with 0 stored and a line printed;
+ *         ::VEKML_ERROR_NODE_IO when the type is unknown.
  */
 VEKML_API vekml_return_t vekml_device_get_thermal(vekml_device_t handle, thermal *out, thm_type type);
 
 /**
  * Read both temperatures and the shutdown protection; `vek_enable_thm_slowdown` is left alone.
  *
- * @return 0; 6 when any node is unreadable, with 0 stored for it and a line printed.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NOT_FOUND when any node is unreadable, with 0 stored for it and a line
+ *         printed.
  */
 VEKML_API vekml_return_t vekml_device_get_thermal_info(vekml_device_t handle, thermal *out);
 
 /**
  * Write a text to CARD/vek_enable_dvfs; blocks for 1 s after the write. The text is not checked.
  *
- * @return 0; 4 without root; -1 when the write fails. Failures print a line.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NO_PERMISSION without root; ::VEKML_ERROR_NODE_IO when the write fails.
+ *         Failures print a line.
  */
 VEKML_API vekml_return_t vekml_device_set_dvfs_enable(vekml_device_t handle, const char *text);
 
-/** Read the DVFS switch. @return 0; 6 when the node is unreadable, with 0 stored. */
+/**
+ * Read the DVFS switch.
+ *
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NOT_FOUND when the node is unreadable, with 0 stored.
+ */
 VEKML_API vekml_return_t vekml_device_get_dvfs_info(vekml_device_t handle, dvfs_t *out);
 
 /* ---- Temperatures ------------------------------------------------------------------------------------------- */
@@ -921,15 +1022,16 @@ typedef struct temper_set {
 /**
  * Read one limit or the control mode into its field.
  *
- * @return 0, with 0 stored when unreadable; -1 when the type is unknown, with a line printed.
+ * @return ::VEKML_SUCCESS, with 0 stored when unreadable; ::VEKML_ERROR_NODE_IO when the type is unknown, with a line
+ *         printed.
  */
 VEKML_API vekml_return_t vekml_device_get_temper(vekml_device_t handle, temper_info *info, tem_type type);
 
 /**
  * Read all seven values.
  *
- * @return 0; a node that cannot be read repeats the value read before it, in the order input, mode, highest, min,
- *         max, crit, memory; an unreadable first node gives 0.
+ * @return ::VEKML_SUCCESS; a node that cannot be read repeats the value read before it, in the order input, mode,
+ *         highest, min, max, crit, memory; an unreadable first node gives 0.
  */
 VEKML_API vekml_return_t vekml_device_get_temper_info(vekml_device_t handle, temper_info *info);
 
@@ -938,58 +1040,66 @@ VEKML_API vekml_return_t vekml_device_get_temper_info(vekml_device_t handle, tem
  * the call, and 3 s after each of the two writes that switch the control mode off and on again. Neither the pointers
  * nor the value are checked.
  *
- * @return 0; 4 without root; -1 when the limit's write fails, the type is unknown or, after a minimum, a switch of
- *         the control mode fails. A control mode always gives 0. Failures print a line, but for that of a control mode.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NO_PERMISSION without root; ::VEKML_ERROR_NODE_IO when the limit's write
+ *         fails, the type is unknown or, after a minimum, a switch of the control mode fails. A control mode always
+ *         gives ::VEKML_SUCCESS. Failures print a line, but for that of a control mode.
  */
 VEKML_API vekml_return_t vekml_device_set_temper_info(vekml_device_t handle, temper_set *set, tem_type type);
 
 /* ---- Fan ---------------------------------------------------------------------------------------------------- */
 
-/** Control mode from HWMON/fan1_ctrl_mode; 0 is firmware control. @return 0, with 0 stored when unreadable. */
+/**
+ * Control mode from HWMON/fan1_ctrl_mode; 0 is firmware control.
+ *
+ * @return ::VEKML_SUCCESS, with 0 stored when unreadable.
+ */
 VEKML_API vekml_return_t vekml_device_get_fan_ctrl_mode(vekml_device_t handle, uint32_t *mode);
 
-/** PWM value from HWMON/pwm1. @return 0, with 0 stored when unreadable. */
+/** PWM value from HWMON/pwm1. @return ::VEKML_SUCCESS, with 0 stored when unreadable. */
 VEKML_API vekml_return_t vekml_device_get_fan_pwm(vekml_device_t handle, uint32_t *pwm);
 
-/** Lowest PWM value from HWMON/pwm1_min. @return 0, with 0 stored when unreadable. */
+/** Lowest PWM value from HWMON/pwm1_min. @return ::VEKML_SUCCESS, with 0 stored when unreadable. */
 VEKML_API vekml_return_t vekml_device_get_pwm_min(vekml_device_t handle, uint32_t *pwm);
 
-/** Highest PWM value from HWMON/pwm1_max. @return 0, with 0 stored when unreadable. */
+/** Highest PWM value from HWMON/pwm1_max. @return ::VEKML_SUCCESS, with 0 stored when unreadable. */
 VEKML_API vekml_return_t vekml_device_get_pwm_max(vekml_device_t handle, uint32_t *pwm);
 
-/** Fan speed from HWMON/fan1_input. @return 0, with 0 stored when unreadable. */
+/** Fan speed from HWMON/fan1_input. @return ::VEKML_SUCCESS, with 0 stored when unreadable. */
 VEKML_API vekml_return_t vekml_device_get_fan_speed(vekml_device_t handle, uint32_t *speed);
 
-/** Fan speed bounds from HWMON/fan1_min and HWMON/fan1_max. @return 0, with 0 stored when unreadable. */
+/** Fan speed bounds from HWMON/fan1_min and HWMON/fan1_max. @return ::VEKML_SUCCESS, with 0 stored when unreadable. */
 VEKML_API vekml_return_t vekml_device_get_min_max_fan_speed(vekml_device_t handle, uint32_t *min, uint32_t *max);
 
 /**
  * Whether the board has a controllable fan, from HWMON/vek_support_fan_info: 1 or 0.
  *
- * @return 0; 2 when the handle or `support` is null; 6 when the node is unreadable, with 0 stored.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT when the handle or `support` is null; ::VEKML_ERROR_NOT_FOUND
+ *         when the node is unreadable, with 0 stored.
  */
 VEKML_API vekml_return_t vekml_device_get_support_fan_info(vekml_device_t handle, uint32_t *support);
 
 /**
  * Set the control mode, "0" (firmware) or "1" (host).
  *
- * @return 0, also for another value, which is not written; 4 without root; -1 when the write fails.
+ * @return ::VEKML_SUCCESS, also for another value, which is not written; ::VEKML_ERROR_NO_PERMISSION without root;
+ *         ::VEKML_ERROR_NODE_IO when the write fails.
  */
 VEKML_API vekml_return_t vekml_device_set_fan_ctrl_mode(vekml_device_t handle, const char *text);
 
 /**
  * Set the PWM value of a PWM fan, 1950 to 5998.
  *
- * @return 0, also for a value out of range, which is not written; 4 without root; -1 when the board has no PWM fan
- *         or the write fails.
+ * @return ::VEKML_SUCCESS, also for a value out of range, which is not written; ::VEKML_ERROR_NO_PERMISSION without
+ *         root; ::VEKML_ERROR_NODE_IO when the board has no PWM fan or the write fails.
  */
 VEKML_API vekml_return_t vekml_device_set_fan_pwm1(vekml_device_t handle, const char *text);
 
 /**
  * Set the target speed of a target-speed fan, 0 to 100 percent. The control mode must not be 0.
  *
- * @return 0; 4 without root; 999 when the control mode is unreadable; -1 when the board has a PWM fan, the value is
- *         out of range, the firmware controls the fan or the write fails.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NO_PERMISSION without root; ::VEKML_ERROR_UNKNOWN when the control mode is
+ *         unreadable; ::VEKML_ERROR_NODE_IO when the board has a PWM fan, the value is out of range, the firmware
+ *         controls the fan or the write fails.
  */
 VEKML_API vekml_return_t vekml_device_set_fan1_speed(vekml_device_t handle, const char *text);
 
@@ -1006,21 +1116,22 @@ typedef struct power_info {
 /**
  * Power-support number from HWMON/vek_support_power_info.
  *
- * @return 0; -1 when the node is unreadable, with all bits set stored.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NODE_IO when the node is unreadable, with all bits set stored.
  */
 VEKML_API vekml_return_t vekml_device_get_support_power_info(vekml_device_t handle, uint32_t *support);
 
 /**
  * Whether power readings are supported: the number above on the maker's own boards, 0 on all others.
  *
- * @return 0; 2 for a null argument; -1 when the node is unreadable, with 0 stored.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null argument; ::VEKML_ERROR_NODE_IO when the node is
+ *         unreadable, with 0 stored.
  */
 VEKML_API vekml_return_t vekml_device_is_support_power(vekml_device_t handle, uint32_t *is_support);
 
 /**
  * All four readings.
  *
- * @return 0; a node that cannot be read repeats the text read before it (the total is then 1000 times the
+ * @return ::VEKML_SUCCESS; a node that cannot be read repeats the text read before it (the total is then 1000 times the
  *         average); an unreadable first node gives 0.
  */
 VEKML_API vekml_return_t vekml_device_get_power_info(vekml_device_t handle, power_info *info);
@@ -1028,14 +1139,16 @@ VEKML_API vekml_return_t vekml_device_get_power_info(vekml_device_t handle, powe
 /**
  * Set the core voltage through HWMON/in0_input; blocks for 500 ms after the write.
  *
- * @return 0; 4 without root or when the driver does not let the voltage be set; -1 when the write fails.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NO_PERMISSION without root or when the driver does not let the voltage be set;
+ *         ::VEKML_ERROR_NODE_IO when the write fails.
  */
 VEKML_API vekml_return_t vekml_device_set_power_volt(vekml_device_t handle, const char *text);
 
 /**
  * Set the power cap HWMON/power1_cap, 1 to 19999.
  *
- * @return 0, also for a value out of range, which is not written; 4 without root; -1 when the write fails.
+ * @return ::VEKML_SUCCESS, also for a value out of range, which is not written; ::VEKML_ERROR_NO_PERMISSION without
+ *         root; ::VEKML_ERROR_NODE_IO when the write fails.
  */
 VEKML_API vekml_return_t vekml_device_set_power_warn(vekml_device_t handle, const char *text);
 
@@ -1063,17 +1176,19 @@ typedef struct clock_info {
 /**
  * Read one clock into its field and print it.
  *
- * @return 0, with 0 stored when unreadable; -1 when the type is unknown, with a line printed.
+ * @return ::VEKML_SUCCESS, with 0 stored when unreadable; ::VEKML_ERROR_NODE_IO when the type is unknown, with a line
+ *         printed.
  */
 VEKML_API vekml_return_t vekml_device_get_clock_info(vekml_device_t handle, clock_info *info, clk_type type);
 
-/** All five clocks, MHz. @return 0, with 0 stored for each that is unreadable. */
+/** All five clocks, MHz. @return ::VEKML_SUCCESS, with 0 stored for each that is unreadable. */
 VEKML_API vekml_return_t vekml_device_get_clock(vekml_device_t handle, clock_info *info);
 
 /**
  * Set the graphics clock: 50000000 to 1500000000 Hz in steps of 50000000.
  *
- * @return 0; 4 without root; -1 for any other value or when the write fails. Prints a line in every case.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NO_PERMISSION without root; ::VEKML_ERROR_NODE_IO for any other value or when
+ *         the write fails. Prints a line in every case.
  */
 VEKML_API vekml_return_t vekml_device_set_gfx_clock(vekml_device_t handle, const char *text);
 
@@ -1082,36 +1197,45 @@ VEKML_API vekml_return_t vekml_device_set_gfx_clock(vekml_device_t handle, const
 /* Each reads the mapped firmware block when ::vekml_out_of_band_init could map it, raw and in the firmware's units;
  * otherwise it is its in-band counterpart and returns that one's result. */
 
-/** Fan speed. @return 0; else as ::vekml_device_get_fan_speed. */
+/** Fan speed. @return ::VEKML_SUCCESS; else as ::vekml_device_get_fan_speed. */
 VEKML_API vekml_return_t vekml_device_get_fan_speed_by_out_of_band(vekml_device_t handle, uint32_t *speed);
 
-/** GPU and memory temperature, into `temp_input` and `gddr_temp`. @return 0; else as the in-band counterpart. */
+/**
+ * GPU and memory temperature, into `temp_input` and `gddr_temp`.
+ *
+ * @return ::VEKML_SUCCESS; else as the in-band counterpart.
+ */
 VEKML_API vekml_return_t vekml_device_get_temp_info_by_out_of_band(vekml_device_t handle, temper_info *info);
 
-/** Voltage, current, power and total board power. @return 0; else as ::vekml_device_get_power_info. */
+/** Voltage, current, power and total board power. @return ::VEKML_SUCCESS; else as ::vekml_device_get_power_info. */
 VEKML_API vekml_return_t vekml_device_get_power_info_by_out_of_band(vekml_device_t handle, uint32_t info[4]);
 
 /**
  * What the firmware block tells of the whole record; otherwise ::vekml_device_query_two_parts, with the memory
  * total in MiB, the graphics clock divided by 1000000 and the total power divided by 1000.
  *
- * @return 0; else as ::vekml_device_query_two_parts.
+ * @return ::VEKML_SUCCESS; else as ::vekml_device_query_two_parts.
  */
 VEKML_API vekml_return_t vekml_device_query_by_out_of_band(vekml_device_t handle, vekml_device_query_t *query);
 
 /* ---- Video engines ------------------------------------------------------------------------------------------ */
 
-/** Whether the video libraries are installed: 1 or 0. @return 0; 2 when `valid` is null. */
+/**
+ * Whether the video libraries are installed: 1 or 0.
+ *
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT when `valid` is null.
+ */
 VEKML_API vekml_return_t vekml_get_vpu_functions_valid(uint32_t *valid);
 
 /**
  * Codec capabilities of the GPU's video engines, through VA-API on "/dev/dri/cardN". Once a query has succeeded, the
  * device record answers. Changes the process environment while it runs and restores it: callers serialise.
  *
- * @return 0; 2 for a null argument; 3 when there is no profile or entrypoint or the profiles cannot be queried; 4
- *         when the card node cannot be opened; 6 when it is missing; 12 when the video libraries are missing or
- *         cannot be loaded, with the record initialised; 999 when VA-API cannot be started or memory runs out. Other
- *         failures leave the record alone.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null argument; ::VEKML_ERROR_NOT_SUPPORTED when there
+ *         is no profile or entrypoint or the profiles cannot be queried; ::VEKML_ERROR_NO_PERMISSION when the card node
+ *         cannot be opened; ::VEKML_ERROR_NOT_FOUND when it is missing; ::VEKML_ERROR_LIBRARY_NOT_FOUND when the video
+ *         libraries are missing or cannot be loaded, with the record initialised; ::VEKML_ERROR_UNKNOWN when VA-API
+ *         cannot be started or memory runs out. Other failures leave the record alone.
  */
 VEKML_API vekml_return_t vekml_device_get_vpu_info(vekml_device_t handle, Vpu_codec_info_st *info);
 
@@ -1120,9 +1244,11 @@ VEKML_API vekml_return_t vekml_device_get_vpu_info(vekml_device_t handle, Vpu_co
  * successful call (since ::vekml_init for the first; an out-of-band start takes no sample, so the first call then only
  * takes it), from "/sys/kernel/debug/vpu/xmem".
  *
- * @return 0; 12 when the video libraries are missing; 2 for a null argument; the result of the sample that
- *         ::vekml_init took, when that failed; 3 when the file lacks a number, the outputs are left alone then; 4, 6
- *         or 999 when it may not be opened, is missing, or cannot be opened otherwise.
+ * @return ::VEKML_SUCCESS; ::VEKML_ERROR_LIBRARY_NOT_FOUND when the video libraries are missing;
+ *         ::VEKML_ERROR_INVALID_ARGUMENT for a null argument; the result of the sample that ::vekml_init took, when
+ *         that failed; ::VEKML_ERROR_NOT_SUPPORTED when the file lacks a number, the outputs are left alone then;
+ *         ::VEKML_ERROR_NO_PERMISSION, ::VEKML_ERROR_NOT_FOUND or ::VEKML_ERROR_UNKNOWN when it may not be opened, is
+ *         missing, or cannot be opened otherwise.
  */
 VEKML_API vekml_return_t vekml_device_get_vpu_utlz(vekml_device_t handle, uint32_t *enc_reserved_fps,
                                                    uint32_t *enc_executed_fps, uint32_t *dec_reserved_fps,
