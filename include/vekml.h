@@ -334,8 +334,8 @@ VEKML_API extern const vekml_id_model_t idModelArray[VEKML_MODELS];
 VEKML_API extern const vekml_board_t talonProductArr[VEKML_BOARDS];
 
 /**
- * Model name of a device id, else the name of the board that carries it, else "unknown". At most `size` - 1
- * characters are copied, and no terminator is written at `size` - 1: hand in a zeroed buffer.
+ * Model name of a device id, else "unknown". At most `size` - 1 characters are copied, and no terminator is written at
+ * `size` - 1: hand in a zeroed buffer.
  *
  * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT when the id is known and `size` is below 8, nothing is
  *         written then; ::VEKML_ERROR_NOT_FOUND for an unknown id.

@@ -96,21 +96,12 @@ static_assert(std::all_of(std::begin(talonProductArr), std::end(talonProductArr)
 
 // ---- Lookups without a trace ----
 
+/** A board needs no lookup of its own: its id is that of a model. */
 const vekml_id_model_t *find_model(std::uint32_t device_id)
 {
     const auto *row = std::find_if(std::begin(idModelArray), std::end(idModelArray),
                                    [&](const auto &model) { return model.device_id == device_id; });
     return row == std::end(idModelArray) ? nullptr : row;
-}
-
-/** Name of the model, else of the board, with this id; null when neither has it. */
-const char *find_name(std::uint32_t device_id)
-{
-    if (const auto *row = find_model(device_id))
-        return row->model;
-    const auto *board = std::find_if(std::begin(talonProductArr), std::end(talonProductArr),
-                                     [&](const auto &candidate) { return candidate.device_id == device_id; });
-    return board == std::end(talonProductArr) ? nullptr : board->name;
 }
 
 /** At most size - 1 characters, padded with NULs up to there; the last byte belongs to the caller. */
@@ -124,8 +115,8 @@ void copy_name(char *dst, std::uint32_t size, const char *name)
 
 vekml_return_t device_id_to_model(uint32_t device_id, char *model, uint32_t size)
 {
-    const char *name = find_name(device_id);
-    if (name == nullptr) {
+    const auto *row = find_model(device_id);
+    if (row == nullptr) {
         TRACE("Unkonwn device id: %u", device_id);
         copy_name(model, size, unknown_text);
         return VEKML_ERROR_NOT_FOUND;
@@ -134,19 +125,19 @@ vekml_return_t device_id_to_model(uint32_t device_id, char *model, uint32_t size
         TRACE("insufficient device model size, device_id is %u, size is %u", device_id, size);
         return VEKML_ERROR_INVALID_ARGUMENT;
     }
-    copy_name(model, size, name);
+    copy_name(model, size, row->model);
     return VEKML_SUCCESS;
 }
 
 vekml_return_t device_id_to_model_with_size(uint32_t device_id, char *model, uint32_t size)
 {
-    const char *name = find_name(device_id);
-    if (name == nullptr) {
+    const auto *row = find_model(device_id);
+    if (row == nullptr) {
         TRACE("Check device id to model meet unkonwn device id: %u", device_id);
         copy_name(model, size, unknown_text);
         return VEKML_ERROR_NOT_FOUND;
     }
-    copy_name(model, size, name);
+    copy_name(model, size, row->model);
     return VEKML_SUCCESS;
 }
 
