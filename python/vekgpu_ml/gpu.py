@@ -318,14 +318,15 @@ class Gpu:
             return Fan(None, None, None, None, None, None, None)
         minimum, maximum = c_uint32(), c_uint32()
         self._run(raw.vekml_device_get_min_max_fan_speed, byref(minimum), byref(maximum))
+        pwm = self._sensor(raw.vekml_device_get_fan_pwm, "pwm1")
         return Fan(
             self._sensor(raw.vekml_device_get_fan_speed, "fan1_input"),
             _signed(minimum.value) if minimum.value or self._answers("fan1_min") else None,
             _signed(maximum.value) if maximum.value or self._answers("fan1_max") else None,
             self._sensor(raw.vekml_device_get_fan_ctrl_mode, "fan1_ctrl_mode"),
-            self._sensor(raw.vekml_device_get_fan_pwm, "pwm1"),
-            self._sensor(raw.vekml_device_get_pwm_min, "pwm1_min"),
-            self._sensor(raw.vekml_device_get_pwm_max, "pwm1_max"),
+            pwm,
+            None if pwm is None else self._sensor(raw.vekml_device_get_pwm_min, "pwm1_min"),
+            None if pwm is None else self._sensor(raw.vekml_device_get_pwm_max, "pwm1_max"),
         )
 
     @property

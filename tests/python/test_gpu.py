@@ -39,6 +39,9 @@ def test_readings(host: Host, gpu: Gpu) -> None:
     assert gpu.driver == ("1.4.0", "1.10", "1.10")
     assert (gpu.index, gpu.card, gpu.name, gpu.model) == (0, 0, "TALON-M1", "VEK M310")
     assert (gpu.bus_id, gpu.pci) == ("0000:03:00.0", (0, 3, 0, 0))
+    for name, text in {"pwm1": "2000", "pwm1_min": "0", "pwm1_max": "5998"}.items():
+        host.write(name, text)
+    assert gpu.fan[4:] == (2000, 0, 5998)
     info = gpu.info
     assert (info.vendor, info.device_id, info.chip_type, info.cores) == ("VEK", 0x4A1F, "CHIP_TALON_A0", 4)
     assert (info.firmware_version, info.memory_vendor, info.memory_size) == ("v1.2.3", "Samsung", 8)
