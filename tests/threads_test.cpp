@@ -124,7 +124,7 @@ TEST_F(threads_test, the_video_libraries_are_looked_for_once)
 TEST_F(threads_test, codecs_that_are_valid_are_complete)
 {
     host.add_gpu();
-    host.add_video_libraries(VEKSIM_VA_DRIVER);
+    host.add_video_libraries();
     vekml_device_t gpu = start();
     const auto asked = std::make_unique<Vpu_codec_info_st>(), seen = std::make_unique<Vpu_codec_info_st>();
     std::thread watcher([&] {
@@ -148,7 +148,7 @@ TEST_F(threads_test, pairs_of_calls_on_one_gpu_do_not_disturb_each_other)
 {
     host.instant_pauses();
     host.add_gpu();
-    host.add_video_libraries(VEKSIM_VA_DRIVER);
+    host.add_video_libraries();
     vekml_device_t gpu = start();
     const auto codecs = std::make_unique<Vpu_codec_info_st>();
     EXPECT_EQ(vekml_device_get_vpu_info(gpu, codecs.get()), VEKML_SUCCESS); // from now on a plain read
