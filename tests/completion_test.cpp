@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the client offers to a shell for the last word of a line.
+#include "build_paths.h"
 #include "sim_host.h"
 
 #include <array>
@@ -45,10 +46,11 @@ TEST_F(completion_test, follows_the_line_to_its_last_word)
         {"--gpu=", "--gpu=0 --gpu=1"},
         {"list --format ", "table csv json"},
         {"list --format=c", "--format=csv"},
-        {"list ", "--help -h --gpu -i --format --out-of-band --version"},
+        {"list ", "--help -h --gpu -i --format --out-of-band --wake --deadline --version"},
         {"monitor --c", "--count"},
         {"monitor -n ", ""},
-        {"monitor -n 2 -", "--help -h --interval -n --count -c --gpu -i --format --out-of-band --version"},
+        {"monitor -n 2 -", "--help -h --fields --interval -n --count -c --until-lost --gpu -i --format --out-of-band "
+                           "--wake --deadline --version"},
         {"query --fields uuid,temperature_h", "uuid,temperature_highest"},
         {"query --fields=uuid,temperature_h", "--fields=uuid,temperature_highest"},
         {"fan ", "set"},

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Every call that reads or writes a node, on hosts where one thing after the other is broken in every way. Each reader
 // runs twice on the same host, over different leftovers on stack and heap: what differs then was never written.
+#include "build_paths.h"
 #include "support/calls.h"
 #include "support/sim_host.h"
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The simulated host itself: everything else in the suite stands on it.
+#include "build_paths.h"
 #include "support/silent_node.h"
 #include "support/sim_host.h"
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the library writes to its log in one long session, held against transcript.txt. Support staff search logs for
 // these words, so each change of them is to be seen: `./dev transcript` shows it, `--update` records it.
+#include "build_paths.h"
 #include "support/calls.h"
 #include "support/sim_host.h"
 

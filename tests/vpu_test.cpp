@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "build_paths.h"
 #include "support/sim_host.h"
 
 #include "va_library.h"

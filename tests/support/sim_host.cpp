@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim_host.h"
+#include "build_paths.h"
 
 #include "vek_smi_vpu_api.h"
 #include "veksim.h"

@@ -275,13 +275,13 @@ value memory_errors_of(gpu &g, std::uint32_t (vekml_gddr_crc_t::*member)[4])
 
 value limit_of(gpu &g, thm_type type, const char *node, quantity q)
 {
-    return driver_sensor(g, true, node, q, [&]() -> std::int32_t {
-        thermal limits{};
-        g.note(vekml_device_get_thermal(g.handle(), &limits, type));
-        const std::int32_t values[] = {limits.vek_temp_slowdown, limits.vek_temp_shutdown,
-                                       limits.vek_enable_thm_slowdown, limits.vek_enable_thm_shutdown};
-        return values[type];
-    });
+    if (g.driverless())
+        return driver_only();
+    thermal limits{};
+    g.note(vekml_device_get_thermal(g.handle(), &limits, type));
+    const std::int32_t values[] = {limits.vek_temp_slowdown, limits.vek_temp_shutdown, limits.vek_enable_thm_slowdown,
+                                   limits.vek_enable_thm_shutdown};
+    return driver_sensor(g, true, node, q, [&] { return values[type]; });
 }
 
 template <std::size_t Size>
@@ -404,13 +404,14 @@ value dvfs(gpu &g)
 {
     if (g.driverless())
         return driver_only();
-    missing why;
-    if (lacks_number(g.card_node("vek_enable_dvfs"), why) != nullptr)
-        return why;
     dvfs_t state{};
     const vekml_return_t result = vekml_device_get_dvfs_info(g.handle(), &state);
     g.note(result);
-    return result == VEKML_SUCCESS ? number(state.vek_enable_dvfs) : value(refusal(result, why.node));
+    missing why;
+    const std::string node = g.card_node("vek_enable_dvfs");
+    if (lacks_number(node, why) != nullptr)
+        return why;
+    return result == VEKML_SUCCESS ? number(state.vek_enable_dvfs) : value(refusal(result, node));
 }
 
 value display(gpu &g)

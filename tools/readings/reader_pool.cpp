@@ -14,7 +14,6 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -217,7 +216,7 @@ struct reader_pool::state {
         for (int look = 0; look < 20 && gone == 0 && why.empty(); ++look) {
             gone = waitpid(pid, &status, WNOHANG);
             if (gone == 0)
-                std::this_thread::sleep_for(std::chrono::microseconds(500));
+                poll(nullptr, 0, 1);
         }
         if (gone == pid) {
             s.alive = life::none;
@@ -504,7 +503,7 @@ reader_pool::~reader_pool()
             all &= state::reap(s) || s.alive == life::none;
         if (all)
             break;
-        std::this_thread::sleep_for(milliseconds(1));
+        poll(nullptr, 0, 1);
     }
     close(self_->events);
 }

@@ -23,6 +23,7 @@ constexpr entry commands[] = {
     {"dvfs", "dynamic voltage and frequency scaling", show_dvfs, false, true},
     {"pcie", "PCIe link, errors and events", show_pcie, false, true},
     {"vpu", "video codecs and the load of the video engines", show_video, false, true},
+    {"why", "why values are missing, and what to do", explain_missing},
     version,
 };
 
@@ -49,10 +50,11 @@ void add_option(CLI::App &command, const std::string &names, const char *placeho
 void add_global_options(CLI::App &app, options &wanted)
 {
     app.set_help_flag("-h,--help", "help on the command");
-    add_option(app, "-i,--gpu", "GPU", "a GPU's index or PCI address, as list shows it", [&](const std::string &text) {
-        wanted.gpu = text;
-        return !text.empty() && text.front() != '-';
-    });
+    add_option(app, "-i,--gpu", "GPU", "GPUs by index, range, PCI address or UUID",
+               [&](const std::string &text) {
+                   wanted.gpu = text;
+                   return !text.empty() && text.front() != '-';
+               });
     add_option(app, "--format", "FORMAT", "table, csv or json", [&](const std::string &text) {
         const auto is_meant = [&](const format_name &f) { return f.name == text; };
         const auto *const found = std::find_if(std::begin(formats), std::end(formats), is_meant);
@@ -62,21 +64,35 @@ void add_global_options(CLI::App &app, options &wanted)
     });
     app.add_flag("--out-of-band", wanted.out_of_band, "without the driver, through the GPU's PCI window")
         ->disable_flag_override();
+    app.add_flag("--wake", wanted.wake, "reads GPUs that sleep as well, which wakes them")->disable_flag_override();
+    add_option(app, "--deadline", "SECONDS", "seconds to wait for a GPU, 0.01 to 3600 (default 5)",
+               [&](const std::string &text) {
+                   const double seconds = to_number<double>(text).value_or(0);
+                   wanted.deadline = std::chrono::milliseconds(
+                       static_cast<long>(seconds >= 0.01 && seconds <= 3600 ? seconds * 1000 : 0));
+                   return seconds >= 0.01 && seconds <= 3600;
+               });
     app.add_flag("--version", wanted.version, "versions, as version shows them")->disable_flag_override();
 }
 
-void add_query_options(CLI::App &query, options &wanted)
+void add_fields_option(CLI::App &command, options &wanted)
 {
-    add_option(query, "--fields", "FIELD,...", "names of fields, separated by commas", [&](const std::string &text) {
+    add_option(command, "--fields", "FIELD,...", "names of fields, separated by commas", [&](const std::string &text) {
         if (!text.empty())
             wanted.fields = parse_fields(text);
         return !text.empty();
     });
+}
+
+void add_query_options(CLI::App &query, options &wanted)
+{
+    add_fields_option(query, wanted);
     query.add_flag("--help-fields", wanted.list_fields, "lists all fields and their units")->disable_flag_override();
 }
 
 void add_monitor_options(CLI::App &monitor, options &wanted)
 {
+    add_fields_option(monitor, wanted);
     add_option(monitor, "-n,--interval", "SECONDS", "seconds between rounds, 0.01 to 86400 (default 1)",
                [&](const std::string &text) {
                    wanted.interval = to_number<double>(text).value_or(0);
@@ -87,9 +103,10 @@ void add_monitor_options(CLI::App &monitor, options &wanted)
                    wanted.count = to_number<long>(text).value_or(-1);
                    return wanted.count >= 0;
                });
+    monitor.add_flag("--until-lost", wanted.until_lost, "ends when a GPU is lost")->disable_flag_override();
 }
 
-void add_set_command(CLI::App &family, const char *name, request &asked)
+void add_set_command(CLI::App &family, const char *name, request_line &asked)
 {
     if (!has_settings(name))
         return;
@@ -198,7 +215,7 @@ std::vector<std::string> names_of(const CLI::Option &option)
     return names;
 }
 
-void describe(CLI::App &app, request &asked, std::vector<std::string> &help_topic)
+void describe(CLI::App &app, request_line &asked, std::vector<std::string> &help_topic)
 {
     app.require_subcommand(0, 1);
     add_global_options(app, asked.wanted);
@@ -210,12 +227,14 @@ void describe(CLI::App &app, request &asked, std::vector<std::string> &help_topi
             add_query_options(*sub, asked.wanted);
         if (e.run == monitor)
             add_monitor_options(*sub, asked.wanted);
+        if (e.run == explain_missing)
+            sub->add_option("FIELD", asked.wanted.words, "fields to explain; without one, all that are missing");
         add_set_command(*sub, e.name, asked);
     }
     app.add_subcommand("help", "what a command does and takes")->add_option("TOPIC", help_topic, "the command");
 }
 
-std::optional<int> parse(int argc, char **argv, request &asked)
+std::optional<int> parse(int argc, char **argv, request_line &asked)
 {
     CLI::App app("", "veksmi");
     std::vector<std::string> help_topic;

@@ -24,7 +24,7 @@ struct format_name {
 inline constexpr format_name formats[] = {{"table", format::table}, {"csv", format::csv}, {"json", format::json}};
 
 // What the command line asked for.
-struct request {
+struct request_line {
     options wanted;
     const entry *what = &summary;
     const char *set_family = nullptr; // of the value to change, if any
@@ -32,10 +32,10 @@ struct request {
 
 // An exit status where nothing is left to do. What cannot be understood is thrown as usage_error; the format is known
 // then, if the line had told it.
-std::optional<int> parse(int argc, char **argv, request &asked);
+std::optional<int> parse(int argc, char **argv, request_line &asked);
 
 // Tells APP of every command and option; what it then parses goes to the other two.
-void describe(CLI::App &app, request &asked, std::vector<std::string> &help_topic);
+void describe(CLI::App &app, request_line &asked, std::vector<std::string> &help_topic);
 CLI::App *find_command(CLI::App &parent, const std::string &name);
 const CLI::Option *find_option(const CLI::App &command, const std::string &name);
 std::vector<const CLI::Option *> options_of(const CLI::App &command); // with those of the commands above it

@@ -2,8 +2,8 @@
 #include "completion.h"
 
 #include "command_line.h"
-#include "library.h"
 #include "output.h"
+#include "session.h"
 
 namespace {
 
@@ -47,9 +47,9 @@ candidates all_options(const place &at)
 candidates gpus_of_host()
 {
     candidates found;
-    const library started(false);
-    for (gpu &g : started.gpus())
-        found.push_back({std::to_string(g.index()), text_of(field_of("bus_id").get(g))});
+    reader_pool readers({.deadline = std::chrono::milliseconds(500)});
+    for (const answer &gpu : readers.round({}))
+        found.push_back({std::to_string(gpu.index), gpu.bus_id});
     return found;
 }
 
@@ -62,7 +62,7 @@ candidates values_of(const CLI::Option &option)
         for (const format_name &f : formats)
             found.push_back({f.name, "output format"});
     } else if (option.check_name("--fields")) {
-        for (const field &f : all_fields())
+        for (const field &f : all_fields)
             found.push_back({f.key, f.help});
     }
     return found;
@@ -135,7 +135,7 @@ candidates complete(CLI::App &root, std::span<const std::string> words)
 int print_candidates(std::span<const std::string> words)
 {
     CLI::App app("", "veksmi");
-    request asked;
+    request_line asked;
     std::vector<std::string> help_topic;
     describe(app, asked, help_topic);
     open_output(format::csv); // keeps the library's lines out of it

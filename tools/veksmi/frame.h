@@ -1,38 +1,49 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "fields.h"
-#include "gpu.h"
+#include "readings/answer.h"
+#include "vekml.h"
 
 #include <charconv>
+#include <chrono>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
-// What every command stands on: the options, the way out, the GPUs.
+// What every command stands on: the options, the way out.
+
+using namespace readings; // NOLINT(google-build-using-namespace): the client is one program, and this its vocabulary
 
 constexpr int exit_done = 0;
 constexpr int exit_usage = 1;
+constexpr int exit_sick = 5; // a GPU was stuck, crashed or lost
 
 // Told in one line on standard error; ends the client with exit_usage.
 struct usage_error : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// There is nothing to show; ends the client with the library's code for it.
+struct no_gpu_found {};
+
 enum class format { table, csv, json };
 
 struct options {
-    std::string gpu; // index or PCI bus id; empty: all of them
+    std::string gpu; // a list of indexes, ranges, PCI addresses and UUIDs; empty: all of them
     bool out_of_band = false;
+    bool wake = false;
+    std::chrono::milliseconds deadline{5000};
     format shape = format::table;
     field_list fields; // empty: the usual ones
     bool list_fields = false;
     bool version = false; // asked for as an option
     double interval = 1;
     long count = 0; // 0: without end
+    bool until_lost = false;
     std::vector<std::string> setting;
+    std::vector<std::string> words; // behind the command
 };
 
 // The number that TEXT is from its first character to its last.
@@ -44,32 +55,38 @@ std::optional<Number> to_number(std::string_view text)
     return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
 }
 
-int exit_status(vekml_return_t result); // the result code where it fits
-int status_of(const gpu_list &gpus);    // the first failure, after telling of each
-const char *meaning(vekml_return_t result);
+// Keys separated by commas. An unknown one is thrown as usage_error.
+field_list parse_fields(std::string_view keys);
+
+int exit_status(int result);                   // the result code where it fits
+int status_of(const answers &gpus);            // the first failure, after telling of each; a sick GPU before all
+std::string what_became_of(const answer &gpu); // "stuck since 12:00:01: reading fan_speed"
+const char *meaning(int result);
 const char *hint_without_gpu(const options &); // goes on from "no GPU found"
 
-using action = int (*)(const options &, gpu_list &);
+class session;
+using action = int (*)(const options &, session &);
 
-int show_summary(const options &, gpu_list &);
-int list_gpus(const options &, gpu_list &);
-int show_info(const options &, gpu_list &);
-int query(const options &, gpu_list &);
-int help_fields();
-int monitor(const options &, gpu_list &);
-int list_processes(const options &, gpu_list &);
-int show_temperatures(const options &, gpu_list &);
-int show_fan(const options &, gpu_list &);
-int show_power(const options &, gpu_list &);
-int show_clocks(const options &, gpu_list &);
-int show_thermal_limits(const options &, gpu_list &);
-int show_dvfs(const options &, gpu_list &);
-int show_pcie(const options &, gpu_list &);
-int show_video(const options &, gpu_list &);
-int show_versions(const options &, gpu_list &);
+int show_summary(const options &, session &);
+int list_gpus(const options &, session &);
+int show_info(const options &, session &);
+int query(const options &, session &);
+int help_fields(const options &);
+int monitor(const options &, session &);
+int list_processes(const options &, session &);
+int show_temperatures(const options &, session &);
+int show_fan(const options &, session &);
+int show_power(const options &, session &);
+int show_clocks(const options &, session &);
+int show_thermal_limits(const options &, session &);
+int show_dvfs(const options &, session &);
+int show_pcie(const options &, session &);
+int show_video(const options &, session &);
+int show_versions(const options &, session &);
+int explain_missing(const options &, session &);
 
 void check_setting(const char *family, const options &); // throws usage_error
-int change_setting(const char *family, const options &, gpu_list &);
+int change_setting(const char *family, const options &, session &);
 bool has_settings(std::string_view family);
 // All that FAMILY sets, or only WHAT; a usage_error where there is no such thing.
 std::string settings_help(const std::string &family, const std::string &what);

@@ -14,18 +14,18 @@ constexpr const char *usage = R"(veksmi [-i GPU] [COMMAND] [OPTION...]: shows an
   query  ps                 chosen fields (--help-fields lists them); processes
   temp  fan  power  clock   readings and limits
   thermal  dvfs  pcie  vpu  protection, frequency scaling, link, video engines
-  version  help             versions; help COMMAND tells more of one
+  why  version  help        why values are missing; versions; help COMMAND
 
   fan set fan 60            sets a value, as root; so do temp, power, clock,
   dvfs set 1                thermal and dvfs: "help fan" lists what and how much
 
-  -i, --gpu GPU             one GPU: its index or PCI address (0000:03:00.0)
+  -i, --gpu GPU,...         some GPUs: 0, 0-3, 03:00.0, a UUID
   --format FORMAT           table, csv or json
   --out-of-band             without the driver, through the GPU's PCI window
+  --deadline SECONDS        how long to wait for a GPU that does not answer
   -h, --help                this text, or a command's
-  --version                 the same as version
 
-Exit status: 0 done, 1 wrong usage, else the library's result; see veksmi(1).
+Exit status: 0 done, 1 wrong usage, 5 a GPU is sick, else the library's result.
 )";
 
 std::string option_rows(const CLI::App &command)

@@ -1,18 +1,55 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "output.h"
-#include "video.h"
-
-#include <nlohmann/json.hpp>
 
 namespace {
 
-using json = nlohmann::ordered_json;
+json missing_of(const field_list &fields, const answer &gpu, const json_extras &extras)
+{
+    json reasons = json::object();
+    for (const field *f : fields) {
+        if (const missing *why = why_missing(gpu[*f]))
+            reasons[f->key] = name_of(why->why);
+    }
+    const auto add = [&](const char *key, const json &held, reason otherwise) {
+        if (held.is_null())
+            reasons[key] = name_of(gpu.state == gpu_state::ok ? otherwise : reason_of(gpu.state));
+    };
+    if (extras.processes) {
+        const missing *why = why_missing(gpu[field_of("process_count")]);
+        add("processes", gpu.processes, why == nullptr ? reason::failed : why->why);
+    }
+    if (extras.codecs)
+        add("codecs", gpu.codecs,
+            gpu.driverless                                ? reason::driverless
+            : gpu.result == VEKML_ERROR_LIBRARY_NOT_FOUND ? reason::absent
+                                                          : reason::failed);
+    return reasons;
+}
+
+json gpu_object(const field_list &fields, const answer &gpu, const json_extras &extras)
+{
+    json object = {{"index", gpu.index},
+                   {"card", gpu.card ? json(*gpu.card) : json()},
+                   {"bus_id", gpu.bus_id.empty() ? json() : json(gpu.bus_id)},
+                   {"state", name_of(gpu.state)}};
+    for (const field *f : fields)
+        object[f->key] = json_value(gpu[*f]);
+    if (extras.processes)
+        object["processes"] = gpu.processes;
+    if (extras.codecs)
+        object["codecs"] = gpu.codecs.is_null() ? json() : gpu.codecs["profiles"];
+    if (json reasons = missing_of(fields, gpu, extras); !reasons.empty())
+        object["missing"] = std::move(reasons);
+    return object;
+}
+
+} // namespace
 
 json json_value(const value &v)
 {
     return std::visit(
         [](const auto &held) -> json {
-            if constexpr (std::is_same_v<std::decay_t<decltype(held)>, std::monostate>)
+            if constexpr (std::is_same_v<std::decay_t<decltype(held)>, missing>)
                 return nullptr;
             else
                 return held;
@@ -20,57 +57,30 @@ json json_value(const value &v)
         v);
 }
 
-json process_objects(gpu &g)
+std::string json_document(const field_list &fields, const answers &gpus, const json_extras &extras)
 {
-    const auto &processes = g.processes();
-    if (!processes)
-        return nullptr;
-    json list = json::array();
-    for (std::size_t i = 0; i < processes->process_num; ++i) {
-        const vekml_process_t &process = processes->process[i];
-        list.push_back({{"pid", process.pid},
-                        {"name", json_value(text_value(processes->process_name[i]))},
-                        {"memory", process.mem_lma},
-                        {"memory_total", process.mem_total}});
-    }
-    return list;
-}
-
-json codec_objects(gpu &g)
-{
-    if (g.codecs() == nullptr)
-        return nullptr;
-    json list = json::array();
-    for (const codec &c : codecs_of(g)) {
-        json object = {{"profile", c.profile}, {"decoder", nullptr}, {"encoder", nullptr}};
-        if (c.decoded)
-            object["decoder"] = {{"image_formats", c.decoder_formats}};
-        if (c.encoded)
-            object["encoder"] = {{"image_formats", c.encoder_formats}, {"rate_controls", c.rate_controls}};
-        list.push_back(std::move(object));
-    }
-    return list;
-}
-
-} // namespace
-
-std::string json_document(const field_list &fields, const std::vector<gpu *> &gpus, const json_extras &extras)
-{
-    json document = {{"schema", 1}};
+    json document = {{"schema", 2}};
     for (const auto &[key, held] : extras.head)
         document[key] = json_value(held);
-    json list = json::array();
-    for (gpu *g : gpus) {
-        json object = json::object();
-        for (const field *f : fields)
-            object[f->key] = json_value(f->get(*g));
-        if (extras.processes)
-            object["processes"] = process_objects(*g);
-        if (extras.codecs)
-            object["codecs"] = codec_objects(*g);
-        list.push_back(std::move(object));
+    json list = json::array(), units = json::object();
+    for (const answer &gpu : gpus)
+        list.push_back(gpu_object(fields, gpu, extras));
+    for (const field *f : fields) {
+        if (f->in != unit::none)
+            units[f->key] = facts_of(f->in).symbol;
     }
+    if (extras.processes)
+        units["processes"] = facts_of(unit::byte).symbol;
     document["gpus"] = std::move(list);
-    // What a driver's text holds need not be UTF-8.
-    return document.dump(-1, ' ', false, json::error_handler_t::replace);
+    document["units"] = std::move(units);
+    return json_text(document);
+}
+
+std::string json_text(const json &document)
+{
+    // What a driver's text holds need not be UTF-8, nor fit to be shown: all but plain ASCII goes out escaped.
+    std::string text = document.dump(-1, ' ', true, json::error_handler_t::replace);
+    for (std::size_t at = 0; (at = text.find('\x7f', at)) != text.npos;)
+        text.replace(at, 1, "\\u007f");
+    return text;
 }

@@ -2,67 +2,81 @@
 // veksmi: shows and sets what the GPUs of this host report.
 #include "command_line.h"
 #include "completion.h"
-#include "library.h"
 #include "output.h"
+#include "session.h"
 
 #include <csignal>
-#include <cstdio>
 #include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
-int run_on_gpus(const request &asked)
+int run_on_gpus(const request_line &asked)
 {
     const options &wanted = asked.wanted;
-    const library started(wanted.out_of_band);
-    gpu_list gpus = started.gpus();
-    if (gpus.empty() && wanted.gpu.empty() && !asked.what->without_gpu) {
-        if (wanted.shape == format::json)
-            print_json({}, gpus);
-        complain(fmt::format("no GPU found{}", hint_without_gpu(wanted)));
-        return exit_status(VEKML_ERROR_NO_DATA);
-    }
-    gpus = chosen(wanted, std::move(gpus));
+    session gpus(wanted);
     if (asked.set_family != nullptr)
         return change_setting(asked.set_family, wanted, gpus);
-    if (asked.what->by_driver && !gpus.empty() && gpus.front().driverless())
-        throw usage_error(fmt::format("{} is not to be had out of band: it needs the driver", asked.what->name));
+    if (asked.what->by_driver && wanted.out_of_band) {
+        const answers known = gpus.ask_any({});
+        if (!known.empty() && known.front().driverless)
+            throw usage_error(fmt::format("{} is not to be had out of band: it needs the driver", asked.what->name));
+    }
     return asked.what->run(wanted, gpus);
 }
 
-int run(int argc, char **argv, request &asked)
+int run(int argc, char **argv, request_line &asked)
 {
     if (const std::optional<int> status = parse(argc, argv, asked))
         return *status;
     open_output(asked.wanted.shape);
-    return asked.wanted.list_fields ? help_fields() : run_on_gpus(asked);
+    if (asked.wanted.list_fields)
+        return help_fields(asked.wanted);
+    if (const std::string fault = present_units().read(units::file); !fault.empty())
+        complain(fault);
+    return run_on_gpus(asked);
 }
 
-int refuse(const usage_error &error, const options &wanted)
+int refuse(const std::string &why, const options &wanted, int status)
 {
-    gpu_list none;
     if (wanted.shape == format::json)
-        print_json({}, none);
-    complain(error.what());
-    return exit_usage;
+        print_json({}, {});
+    complain(why);
+    return status;
+}
+
+// A program may be started with any of the three closed; what is opened later must not take their place.
+void keep_standard_descriptors()
+{
+    for (int file = open("/dev/null", O_RDWR); file >= 0; file = open("/dev/null", O_RDWR)) {
+        if (file > STDERR_FILENO) {
+            close(file);
+            return;
+        }
+    }
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
+    keep_standard_descriptors();
     std::signal(SIGPIPE, SIG_IGN);
     try {
         if (argc > 1 && std::strcmp(argv[1], "--complete") == 0)
             return close_output(print_candidates(std::vector<std::string>(argv + 2, argv + argc)));
-        request asked;
+        request_line asked;
         try {
             return close_output(run(argc, argv, asked));
         } catch (const usage_error &error) {
-            return close_output(refuse(error, asked.wanted));
+            return close_output(refuse(error.what(), asked.wanted, exit_usage));
+        } catch (const no_gpu_found &) {
+            const std::string why = fmt::format("no GPU found{}", hint_without_gpu(asked.wanted));
+            return close_output(refuse(why, asked.wanted, exit_status(VEKML_ERROR_NO_DATA)));
         }
     } catch (const std::exception &error) { // memory ran out
-        std::fprintf(stderr, "veksmi: %s\n", error.what());
+        complain(error.what());
         return exit_status(VEKML_ERROR_UNKNOWN);
     }
 }

@@ -1,167 +1,216 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "output.h"
+#include "session.h"
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <ctime>
 #include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
 
 namespace {
 
-volatile std::sig_atomic_t stop = 0;
+using steady = std::chrono::steady_clock;
 
-void ask_to_stop(int)
-{
-    stop = 1;
-}
+// SIGINT and SIGTERM as something to wait for, also beside a GPU that does not answer.
+class interruption {
+public:
+    interruption()
+    {
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGINT);
+        sigaddset(&signals, SIGTERM);
+        sigprocmask(SIG_BLOCK, &signals, nullptr);
+        descriptor_ = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+    }
+    ~interruption() { close(descriptor_); }
+    interruption(const interruption &) = delete;
+    interruption &operator=(const interruption &) = delete;
 
-// From now on SIGINT and SIGTERM end the monitor between two lines.
-void catch_signals()
+    int descriptor() const { return descriptor_; }
+    bool came() const
+    {
+        pollfd signal{descriptor_, POLLIN, 0};
+        return poll(&signal, 1, 0) > 0;
+    }
+
+    // False when there is nobody to go on for: a signal came, or the reader went away.
+    bool wait(steady::time_point until) const
+    {
+        pollfd watched[] = {{descriptor_, POLLIN, 0}, {output_descriptor(), 0, 0}};
+        using std::chrono::milliseconds;
+        const auto left = std::max(std::chrono::ceil<milliseconds>(until - steady::now()), milliseconds(0));
+        return poll(watched, 2, static_cast<int>(left.count())) == 0;
+    }
+
+private:
+    int descriptor_;
+};
+
+std::string timestamp()
 {
-    struct sigaction action {};
-    action.sa_handler = ask_to_stop; // without SA_RESTART: a write to a reader that sleeps ends too
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    const auto now = std::chrono::system_clock::now();
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+    const auto since = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count();
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    char text[64], zone[16];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &local);
+    std::strftime(zone, sizeof zone, "%z", &local); // "+0100"
+    return fmt::format("{}.{:03}{:.3}:{}", text, since % 1000, zone, zone + 3);
 }
 
 struct column {
     const char *heading;
-    const char *key;
-    int width;
+    const field &of;
+    std::size_t width;
 };
 
-constexpr column columns[] = {
-    {"gpu", "index", 3},
-    {"temp", "temperature", 6},
-    {"fan", "fan_speed", 6},
-    {"power", "power", 6},
-    {"gfx MHz", "gfx_clock_mhz", 7},
-    {"mem MHz", "memory_clock_mhz", 7},
-    {"load %", "gpu_util_percent", 6},
-    {"3d %", "3d_util_percent", 4},
-    {"mem %", "memory_util_percent", 5},
-    {"mem used", "memory_used", 12},
+// In the order in which they find room.
+const column usual_columns[] = {
+    {"gpu", field_of("index"), 3},
+    {"°C", field_of("temperature"), 3},
+    {"fan RPM", field_of("fan_speed"), 7},
+    {"W", field_of("power"), 4},
+    {"gfx MHz", field_of("gfx_clock_mhz"), 7},
+    {"load %", field_of("gpu_util_percent"), 6},
+    {"mem %", field_of("memory_util_percent"), 5},
+    {"mem MHz", field_of("memory_clock_mhz"), 7},
+    {"3d %", field_of("3d_util_percent"), 4},
+    {"mem used", field_of("memory_used"), 12},
 };
+constexpr std::size_t time_width = 29;
 
-field_list monitored()
+std::string heading_of(const field &f)
 {
-    field_list fields;
-    for (const column &c : columns)
-        fields.push_back(&field_of(c.key));
-    return fields;
+    const char *symbol = facts_of(f.in).symbol;
+    return *symbol == '\0' ? f.key : fmt::format("{} {}", label(f), symbol);
 }
 
-std::tm local_time()
+bool is_gone(const answer &gpu)
 {
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
-    return local;
+    return gpu.state == gpu_state::lost;
 }
 
-std::string timestamp()
+bool is_sick(const answer &gpu)
 {
-    const std::tm local = local_time();
-    char text[64];
-    return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S%z", &local)};
+    return gpu.state != gpu_state::ok && gpu.state != gpu_state::asleep;
 }
 
-std::string time_of_day()
-{
-    const std::tm local = local_time();
-    return fmt::format("{:02}:{:02}:{:02}", local.tm_hour, local.tm_min, local.tm_sec);
-}
-
-using steady = std::chrono::steady_clock;
-
-timespec remaining(steady::time_point until)
-{
-    using std::chrono::nanoseconds;
-    constexpr long second = 1000000000;
-    const auto left = std::max(std::chrono::duration_cast<nanoseconds>(until - steady::now()), nanoseconds(0)).count();
-    return {static_cast<std::time_t>(left / second), static_cast<long>(left % second)};
-}
-
-// False when there is nobody to go on for: a signal came, or the reader went away.
-bool wait(steady::time_point until)
-{
-    sigset_t signals, before;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    // Blocked from the look at `stop` to the wait, so that no signal slips in between.
-    sigprocmask(SIG_BLOCK, &signals, &before);
-    pollfd reader{output_descriptor(), 0, 0};
-    const timespec left = remaining(until);
-    const bool elapsed = stop == 0 && ppoll(&reader, 1, &left, &before) == 0;
-    sigprocmask(SIG_SETMASK, &before, nullptr);
-    return elapsed && stop == 0;
-}
-
-// One line per GPU; false when they cannot go out.
-class line_writer {
+// A round: in columns and CSV a line per GPU, in JSON one document.
+class round_writer {
 public:
-    explicit line_writer(format shape) : shape_(shape), fields_(monitored()) {}
-
-    bool write(gpu &g)
+    explicit round_writer(const options &wanted) : shape_(wanted.shape), fields_(wanted.fields)
     {
-        if (shape_ == format::json)
-            put(json_document(fields_, {&g}, {.head = {{"time", timestamp()}}}) + "\n");
-        else if (shape_ == format::csv)
-            write_csv(g);
-        else
-            write_columns(g);
+        if (fields_.empty())
+            choose_usual();
+        else if (fields_.front() != &field_of("index")) // a line says whose it is
+            fields_.insert(fields_.begin(), &field_of("index"));
+    }
+
+    const field_list &fields() const { return fields_; }
+
+    // False when it cannot go out.
+    bool write(const answers &gpus)
+    {
+        const std::string now = timestamp();
+        if (shape_ == format::json) {
+            put(json_document(fields_, gpus, {.head = {{"time", now}}}) + "\n");
+        } else if (shape_ == format::csv) {
+            if (lines_ == 0)
+                put("time,state," + csv_header(fields_));
+            lines_ = 1;
+            for (const answer &gpu : gpus)
+                put(fmt::format("{},{},{}", now, name_of(gpu.state), csv_values(fields_, gpu)));
+        } else {
+            if (lines_ == 0 || lines_ >= header_distance)
+                write_header(gpus);
+            for (const answer &gpu : gpus)
+                write_line(now, gpu);
+        }
+        lines_ += gpus.size();
         return flush_output();
     }
 
 private:
-    static constexpr unsigned header_distance = 20;
+    static constexpr std::size_t header_distance = 20;
 
-    void write_csv(gpu &g)
+    void choose_usual()
     {
-        if (lines_++ == 0)
-            put("time," + csv_header(fields_));
-        put(timestamp() + "," + csv_values(fields_, g));
+        std::size_t taken = time_width;
+        for (const column &c : usual_columns) {
+            taken += c.width + 1;
+            if (shape_ == format::table && taken > output_width())
+                break;
+            fields_.push_back(&c.of);
+            headings_.emplace_back(c.heading);
+            widths_.push_back(c.width);
+        }
     }
 
-    void write_columns(gpu &g)
+    void write_header(const answers &gpus)
     {
-        if (lines_++ % header_distance == 0) {
-            std::string header = fmt::format("{:<8}", "time");
-            for (const column &c : columns)
-                header += fmt::format(" {:>{}}", c.heading, c.width);
-            put(paint(colour::bold, header) + "\n");
+        lines_ = 0;
+        for (const field *f : headings_.empty() ? fields_ : field_list{}) {
+            headings_.push_back(heading_of(*f));
+            widths_.push_back(width_of(headings_.back()));
+            for (const answer &gpu : gpus)
+                widths_.back() = std::max(widths_.back(), width_of(plain(gpu, *f)));
         }
-        std::string line = time_of_day();
+        std::string header = fmt::format("{:<{}}", "time", time_width);
         for (std::size_t i = 0; i < fields_.size(); ++i)
-            line += fmt::format(" {:>{}}", cell(fields_[i]->get(g)), columns[i].width);
-        put(line + "\n");
+            header += " " + right(headings_[i], widths_[i]);
+        put(paint(colour::bold, header) + "\n");
+    }
+
+    void write_line(const std::string &now, const answer &gpu)
+    {
+        std::string line = now;
+        // A state stands where the readings would, once.
+        bool told = gpu.state == gpu_state::ok;
+        for (std::size_t i = 0; i < fields_.size(); ++i) {
+            const missing *none = why_missing(gpu[*fields_[i]]);
+            const bool is_of_the_gpu = none != nullptr && none->why >= reason::asleep;
+            const std::string text = is_of_the_gpu ? (told ? "-" : name_of(none->why)) : plain(gpu, *fields_[i]);
+            told |= is_of_the_gpu;
+            line += " " + right(text, widths_[i]);
+        }
+        put(line + (told ? "" : fmt::format(" {}", name_of(gpu.state))) + "\n");
+    }
+
+    static std::string right(const std::string &text, std::size_t width)
+    {
+        return std::string(width - std::min(width, width_of(text)), ' ') + text;
     }
 
     format shape_;
     field_list fields_;
-    unsigned lines_ = 0;
+    std::vector<std::string> headings_{};
+    std::vector<std::size_t> widths_{};
+    std::size_t lines_ = 0; // since the last header
 };
 
 } // namespace
 
-int monitor(const options &wanted, gpu_list &gpus)
+int monitor(const options &wanted, session &gpus)
 {
-    catch_signals();
-    line_writer lines(wanted.shape);
+    const interruption interrupted;
+    round_writer writer(wanted);
     const auto interval = std::chrono::duration_cast<steady::duration>(std::chrono::duration<double>(wanted.interval));
     auto next = steady::now();
     for (long round = 1;; ++round) {
-        for (gpu &g : gpus) {
-            g.take_snapshot();
-            if (stop != 0 || !lines.write(g))
-                return exit_done;
-        }
-        if (round == wanted.count)
+        const answers said = gpus.ask({.fields = writer.fields()}, interrupted.descriptor());
+        if (interrupted.came() || !writer.write(said))
             return exit_done;
+        const bool is_last =
+            round == wanted.count || (wanted.until_lost && std::any_of(said.begin(), said.end(), is_gone));
+        if (is_last)
+            return std::any_of(said.begin(), said.end(), is_sick) ? status_of(said) : exit_done;
         next = std::max(next + interval, steady::now()); // a late round is not made up for
-        if (!wait(next))
+        if (!interrupted.wait(next))
             return exit_done;
     }
 }

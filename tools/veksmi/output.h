@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "fields.h"
 #include "frame.h"
 
 #include <fmt/format.h>
@@ -9,11 +8,7 @@
 #include <string_view>
 #include <utility>
 
-// The library prints lines of its own on standard output. They stay there among tables; for CSV and JSON standard
-// output is handed over to standard error and ours goes to the descriptor that it had.
 void open_output(format shape);
-// Ends a line that the library left unfinished.
-void end_library_line();
 // False when the text cannot go out any more.
 bool flush_output();
 // Flushes for the last time; an exit status when what was written got lost, else STATUS. A reader that went away early
@@ -27,39 +22,48 @@ void print(fmt::format_string<Arguments...> pattern, Arguments &&...arguments)
 {
     put(fmt::format(pattern, std::forward<Arguments>(arguments)...));
 }
-void complain(std::string_view text); // one line on standard error
+void remark(std::string_view text);   // one line on standard error
+void complain(std::string_view text); // likewise, in the client's name
+
+std::size_t output_width(); // columns: the terminal's, 60 to 200; 80 where there is none
 
 bool is_coloured();
 enum class colour { bold, green, yellow, red };
 std::string paint(colour c, std::string_view text); // as it is where nothing is coloured
+std::size_t width_of(std::string_view text);        // in columns
+std::string shortened(std::string_view text, std::size_t width);
 
-// A table whose columns are as wide as they have to be.
+// A table whose columns are as wide as they have to be, and no wider together than the output: the widest text columns
+// give way, but for the last one, which goes on in the next line.
 class table {
 public:
     enum class align { left, right };
-    explicit table(std::vector<std::pair<std::string, align>> headings) : headings_(std::move(headings)) {}
+    using heading = std::pair<std::string, align>;
+    explicit table(std::vector<heading> headings) : headings_(std::move(headings)) {}
     void add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
     void print() const;
 
 private:
-    std::vector<std::pair<std::string, align>> headings_;
+    std::vector<std::size_t> widths() const;
+    std::vector<heading> headings_;
     std::vector<std::vector<std::string>> rows_;
 };
 
-std::string cell(const value &v); // text or "N/A"
-std::string with_unit(const field &f, const value &v);
+std::string shown(const answer &gpu, const field &f); // with its unit
+std::string plain(const answer &gpu, const field &f); // without; what became of a GPU is said
 std::string csv_row(const std::vector<std::string> &cells);
 std::string csv_header(const field_list &fields);
-std::string csv_values(const field_list &fields, gpu &g);
+std::string csv_values(const field_list &fields, const answer &gpu);
 
 // The readings of every GPU in the wanted format: as tables, a row per field.
-void print_readings(const options &, const field_list &, gpu_list &);
+void print_readings(const options &, const field_list &, const answers &);
 
 struct json_extras {
     bool processes = false;
     bool codecs = false;
     std::vector<std::pair<std::string, value>> head{}; // beside "gpus"
 };
-std::string json_document(const field_list &, const std::vector<gpu *> &, const json_extras & = {});
-std::vector<gpu *> all_of(gpu_list &);
-void print_json(const field_list &, gpu_list &, const json_extras & = {});
+std::string json_document(const field_list &, const answers &, const json_extras & = {});
+std::string json_text(const json &document); // in one line
+json json_value(const value &v);
+void print_json(const field_list &, const answers &, const json_extras & = {});

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "gpu.h"
+#include "frame.h"
 
-void print_processes(gpu_list &gpus); // a table by memory, largest first
+void print_processes(const answers &gpus); // a table by memory, largest first

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // The commands that change something.
 #include "output.h"
+#include "readings/node.h"
+#include "session.h"
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <unistd.h>
 
 namespace {
@@ -14,7 +17,7 @@ struct setting {
     const char *description;
     const char *unit;
     std::int64_t lowest, highest, step;
-    const char *pause; // how long the library blocks after the write; empty for not at all
+    int pause; // for how many milliseconds the library blocks after the write
     vekml_return_t (*apply)(vekml_device_t, const char *text);
     const char *values = nullptr; // for what a range does not say
 };
@@ -44,35 +47,37 @@ vekml_return_t set_temperature_mode(vekml_device_t handle, const char *text)
     const vekml_return_t result = set_temperature<crtl_mode_type, &temper_set::ctrl_mode>(handle, text);
     temper_info now{};
     vekml_device_get_temper(handle, &now, crtl_mode_type);
-    const bool taken = gpu(handle, 0, false).answers("temp1_ctrl_mode") && std::to_string(now.ctrl_mode) == text;
+    missing why;
+    const std::string node = gpu(handle, false).hwmon_node("temp1_ctrl_mode");
+    const bool taken = lacks_number(node, why) == nullptr && std::to_string(now.ctrl_mode) == text;
     return result == VEKML_SUCCESS && !taken ? VEKML_ERROR_NODE_IO : result;
 }
 
 // The library passes over some values out of range and reports success, and has room for four characters of a limit:
 // so the ranges are tested before it is called.
 constexpr setting settings[] = {
-    {"fan", "fan", "fan speed", "%", 0, 100, 1, "", vekml_device_set_fan1_speed},
-    {"fan", "pwm", "fan PWM value", "", 1950, 5998, 1, "", vekml_device_set_fan_pwm1},
-    {"fan", "mode", "fan control mode", "", 0, 1, 1, "", vekml_device_set_fan_ctrl_mode, "0 firmware, 1 host"},
-    {"temp", "min", "lower temperature limit", "", -999, 9999, 1, "7 s",
+    {"fan", "fan", "fan speed", "%", 0, 100, 1, 0, vekml_device_set_fan1_speed},
+    {"fan", "pwm", "fan PWM value", "", 1950, 5998, 1, 0, vekml_device_set_fan_pwm1},
+    {"fan", "mode", "fan control mode", "", 0, 1, 1, 0, vekml_device_set_fan_ctrl_mode, "0 firmware, 1 host"},
+    {"temp", "min", "lower temperature limit", "", -999, 9999, 1, 7000,
      set_temperature<temper_min_type, &temper_set::temp_min>},
-    {"temp", "max", "upper temperature limit", "", -999, 9999, 1, "7 s",
+    {"temp", "max", "upper temperature limit", "", -999, 9999, 1, 7000,
      set_temperature<temper_max_type, &temper_set::temp_max>},
-    {"temp", "crit", "critical temperature limit", "", -999, 9999, 1, "7 s",
+    {"temp", "crit", "critical temperature limit", "", -999, 9999, 1, 7000,
      set_temperature<temper_crit_type, &temper_set::temp_crit>},
-    {"temp", "ctrl", "temperature control mode", "", 0, 1, 1, "", set_temperature_mode, "0 or 1"},
-    {"power", "cap", "power cap", "", 1, 19999, 1, "", vekml_device_set_power_warn},
-    {"power", "volt", "core voltage", "", 1, 99999999, 1, "0.5 s", vekml_device_set_power_volt},
-    {"clock", "gfx", "graphics clock", "Hz", 50000000, 1500000000, 50000000, "", vekml_device_set_gfx_clock},
-    {"thermal", "slowdown", "slowdown temperature", "", -999, 9999, 1, "1 s",
+    {"temp", "ctrl", "temperature control mode", "", 0, 1, 1, 0, set_temperature_mode, "0 or 1"},
+    {"power", "cap", "power cap", "", 1, 19999, 1, 0, vekml_device_set_power_warn},
+    {"power", "volt", "core voltage", "", 1, 99999999, 1, 500, vekml_device_set_power_volt},
+    {"clock", "gfx", "graphics clock", "Hz", 50000000, 1500000000, 50000000, 0, vekml_device_set_gfx_clock},
+    {"thermal", "slowdown", "slowdown temperature", "", -999, 9999, 1, 1000,
      set_thermal<temp_slowdown_type, &thm_set::temp_slowdown>},
-    {"thermal", "shutdown", "shutdown temperature", "", -999, 9999, 1, "1 s",
+    {"thermal", "shutdown", "shutdown temperature", "", -999, 9999, 1, 1000,
      set_thermal<temp_shutdown_type, &thm_set::temp_shutdown>},
-    {"thermal", "enable-slowdown", "slowdown protection", "", 0, 1, 1, "1 s",
+    {"thermal", "enable-slowdown", "slowdown protection", "", 0, 1, 1, 1000,
      set_thermal<enable_thm_slowdown_type, &thm_set::enable_thm_slowdown>, "0 off, 1 on"},
-    {"thermal", "enable-shutdown", "shutdown protection", "", 0, 1, 1, "1 s",
+    {"thermal", "enable-shutdown", "shutdown protection", "", 0, 1, 1, 1000,
      set_thermal<enable_thm_shutdown_type, &thm_set::enable_thm_shutdown>, "0 off, 1 on"},
-    {"dvfs", "", "DVFS switch", "", 0, 1, 1, "1 s", vekml_device_set_dvfs_enable, "0 off, 1 on"},
+    {"dvfs", "", "DVFS switch", "", 0, 1, 1, 1000, vekml_device_set_dvfs_enable, "0 off, 1 on"},
 };
 
 bool is_named(const setting &s)
@@ -83,6 +88,11 @@ bool is_named(const setting &s)
 std::string command_of(const setting &s)
 {
     return fmt::format("{} set{}{}", s.family, is_named(s) ? " " : "", s.what);
+}
+
+std::string pause_of(const setting &s)
+{
+    return fmt::format("{:g} s", s.pause / 1000.0);
 }
 
 std::string values_of(const setting &s)
@@ -135,6 +145,13 @@ change parse_change(const std::string &family, const std::vector<std::string> &w
     return {s, std::to_string(*number)};
 }
 
+// In the reader of the GPU: {"setting": its row, "text": of the new value}, and back what the library made of it.
+json apply(gpu &g, const json &argument)
+{
+    const setting &s = settings[argument.at("setting").get<std::size_t>()];
+    return s.apply(g.handle(), argument.at("text").get<std::string>().c_str());
+}
+
 } // namespace
 
 void check_setting(const char *family, const options &wanted)
@@ -161,7 +178,7 @@ std::string settings_help(const std::string &family, const std::string &what)
                                    is_named(*shown.front()) ? "WHAT " : "");
     for (const setting *s : shown)
         help += fmt::format("  {:<{}}  {}: {}{}{}\n", command_of(*s), width, s->description, values_of(*s),
-                            *s->pause == '\0' ? "" : "; blocks ", s->pause);
+                            s->pause == 0 ? "" : "; blocks ", s->pause == 0 ? "" : pause_of(*s));
     return help;
 }
 
@@ -180,22 +197,35 @@ candidates next_of_setting(const std::string &family, const std::vector<std::str
     return found;
 }
 
-int change_setting(const char *family, const options &wanted, gpu_list &gpus)
+int change_setting(const char *family, const options &wanted, session &gpus)
 {
     const auto [s, text] = parse_change(family, wanted.setting);
-    if (gpus.size() > 1)
+    const answers known = gpus.ask({});
+    if (known.size() > 1)
         throw usage_error("there is more than one GPU: choose one with -i; veksmi list shows them");
-    gpu &g = gpus.front();
-    if (g.driverless())
+    const answer &chosen = known.front();
+    if (chosen.driverless)
         throw usage_error("nothing can be set without the driver");
-    if (*s.pause != '\0' && geteuid() == 0) {
-        print("GPU {}: setting the {} blocks for {}\n", g.index(), s.description, s.pause);
+    if (chosen.state != gpu_state::ok)
+        return status_of(known);
+    if (s.pause > 0 && geteuid() == 0) {
+        print("GPU {}: setting the {} blocks for {}\n", chosen.index, s.description, pause_of(s));
         flush_output();
     }
-    const vekml_return_t result = s.apply(g.handle(), text.c_str());
+    const request asked{.more = {{"set", {{"setting", &s - settings}, {"text", text}}}},
+                        .extra = std::chrono::milliseconds(s.pause)};
+    const answers said = gpus.ask(asked);
+    const answer &gpu = said.front();
+    if (gpu.state != gpu_state::ok) {
+        complain(fmt::format("GPU {}: it is not known whether the {} was set", gpu.index, s.description));
+        return status_of(said);
+    }
+    const int result = gpu.more.at("set").get<int>();
     if (result == VEKML_SUCCESS)
-        print("GPU {}: set the {} to {}{}{}\n", g.index(), s.description, text, *s.unit == '\0' ? "" : " ", s.unit);
+        print("GPU {}: set the {} to {}{}{}\n", gpu.index, s.description, text, *s.unit == '\0' ? "" : " ", s.unit);
     else
-        complain(fmt::format("GPU {}: the {} was not set: {}", g.index(), s.description, meaning(result)));
+        complain(fmt::format("GPU {}: the {} was not set: {}", gpu.index, s.description, meaning(result)));
     return exit_status(result);
 }
+
+const extension setting_extension = {"set", apply};

@@ -1,27 +1,43 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a result of the library means to the caller of the client.
+// What a result of the library, or the state of a GPU, means to the caller of the client.
 #include "output.h"
 
 #include <algorithm>
+#include <ctime>
 
-int exit_status(vekml_return_t result)
+int exit_status(int result)
 {
-    const int code = static_cast<int>(result);
-    return code >= 0 && code <= 254 ? code : 255;
+    return result >= 0 && result <= 254 ? result : 255;
 }
 
-int status_of(const gpu_list &gpus)
+std::string what_became_of(const answer &gpu)
 {
-    const auto failed = [](const gpu &g) { return g.result() != VEKML_SUCCESS; };
-    for (const gpu &g : gpus) {
-        if (failed(g))
-            complain(fmt::format("GPU {}: not everything could be read: {}", g.index(), meaning(g.result())));
+    const std::time_t since = std::chrono::system_clock::to_time_t(gpu.since);
+    std::tm local{};
+    localtime_r(&since, &local);
+    return fmt::format("{} since {:02}:{:02}:{:02}{}{}", name_of(gpu.state), local.tm_hour, local.tm_min, local.tm_sec,
+                       gpu.detail.empty() ? "" : ": ", printable(gpu.detail));
+}
+
+int status_of(const answers &gpus)
+{
+    int status = exit_done;
+    for (const answer &gpu : gpus) {
+        const bool is_sick = gpu.state != gpu_state::ok && gpu.state != gpu_state::asleep;
+        if (is_sick)
+            complain(fmt::format("GPU {}{}{}{} {}", gpu.index, gpu.bus_id.empty() ? "" : " (", gpu.bus_id,
+                                 gpu.bus_id.empty() ? "" : ")", what_became_of(gpu)));
+        else if (gpu.state == gpu_state::ok && gpu.result != VEKML_SUCCESS)
+            complain(fmt::format("GPU {}: not everything could be read: {}", gpu.index, meaning(gpu.result)));
+        if (is_sick)
+            status = exit_sick;
+        else if (status == exit_done)
+            status = exit_status(gpu.result);
     }
-    const auto first = std::find_if(gpus.begin(), gpus.end(), failed);
-    return first == gpus.end() ? exit_done : exit_status(first->result());
+    return status;
 }
 
-const char *meaning(vekml_return_t result)
+const char *meaning(int result)
 {
     switch (result) {
     case VEKML_SUCCESS:
@@ -33,19 +49,18 @@ const char *meaning(vekml_return_t result)
     case VEKML_ERROR_NO_PERMISSION:
         return "not permitted; root may be needed";
     case VEKML_ERROR_NOT_FOUND:
-        return "the driver has no such node; see /tmp/smi.log";
+        return "the driver has no such node; veksmi why tells more";
     case VEKML_ERROR_INSUFFICIENT_SIZE:
         return "text too long";
     case VEKML_ERROR_LIBRARY_NOT_FOUND:
         return "video libraries not found";
     case VEKML_ERROR_NO_DATA:
         return "no data";
-    case VEKML_ERROR_UNKNOWN:
-        return "unknown failure";
     case VEKML_ERROR_NODE_IO:
-        return "reading or writing failed; see /tmp/smi.log";
+        return "reading or writing failed; veksmi why tells more";
+    default:
+        return "unknown failure";
     }
-    return "unknown failure";
 }
 
 const char *hint_without_gpu(const options &wanted)

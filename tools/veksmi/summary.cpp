@@ -1,67 +1,92 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "output.h"
 #include "processes.h"
+#include "session.h"
 
 namespace {
 
 const field_list &summary_fields()
 {
     static const field_list fields =
-        pick({"index", "model", "name", "bus_id", "temperature", "fan_speed", "power", "power_total", "gfx_clock_mhz",
-              "memory_clock_mhz", "memory_used", "memory_total", "memory_util_percent", "gpu_util_percent",
-              "tdm_util_percent", "geom_util_percent", "3d_util_percent", "cdm_util_percent"});
+        pick<"index", "model", "name", "bus_id", "temperature", "fan_speed", "power", "power_total", "gfx_clock_mhz",
+             "memory_clock_mhz", "memory_used", "memory_total", "memory_util_percent", "gpu_util_percent",
+             "tdm_util_percent", "geom_util_percent", "3d_util_percent", "cdm_util_percent">();
     return fields;
 }
 
-std::string shown(gpu &g, std::string_view key)
-{
-    const field &f = field_of(key);
-    return with_unit(f, f.get(g));
-}
-
-std::string bar(gpu &g, std::string_view key)
+std::string bar(const answer &gpu, const field &f)
 {
     constexpr std::uint64_t width = 25;
-    const value v = field_of(key).get(g);
-    const auto *percent = std::get_if<std::uint64_t>(&v);
-    if (percent == nullptr)
-        return fmt::format("[{:^{}}]   N/A", "", width);
-    const std::uint64_t filled = std::min<std::uint64_t>(width, (*percent * width + 50) / 100);
-    const colour c = *percent >= 90 ? colour::red : *percent >= 60 ? colour::yellow : colour::green;
-    return fmt::format("[{}{:{}}] {:>3} %", paint(c, std::string(filled, '#')), "", width - filled, *percent);
+    double percent = 0;
+    if (!as_number(gpu[f], percent))
+        return fmt::format("[{:^{}}] {:>5}", "", width, shown(gpu, f));
+    const auto whole = static_cast<std::uint64_t>(percent);
+    const std::uint64_t filled = std::min<std::uint64_t>(width, (whole * width + 50) / 100);
+    const colour c = whole >= 90 ? colour::red : whole >= 60 ? colour::yellow : colour::green;
+    return fmt::format("[{}{:{}}] {:>3} %", paint(c, std::string(filled, '#')), "", width - filled, whole);
 }
 
-void print_gpu(gpu &g)
+// "1.9 / 8.0 GiB"
+std::string used_of_total(const answer &gpu)
 {
-    const std::string heading = fmt::format("GPU {}  {}  {}", g.index(), shown(g, "model"), shown(g, "name"));
-    print("{}\n", paint(colour::bold, fmt::format("{:<65} {:>12}", heading, shown(g, "bus_id"))));
-    print("  temperature {:<6} fan {:<6} power {:<6} graphics {:<10} memory {}\n", shown(g, "temperature"),
-          shown(g, "fan_speed"), shown(g, "power"), shown(g, "gfx_clock_mhz"), shown(g, "memory_clock_mhz"));
-    if (g.driverless())
-        print("  memory {}\n", shown(g, "firmware_memory_size_mib"));
+    double used = 0, total = 0;
+    if (!as_number(gpu[field_of("memory_used")], used) || !as_number(gpu[field_of("memory_total")], total))
+        return shown(gpu, field_of("memory_used"));
+    const std::string whole = human_bytes(total);
+    std::string part = human_bytes(used);
+    const std::string symbol = whole.substr(whole.find(' '));
+    if (part.ends_with(symbol))
+        part.resize(part.size() - symbol.size());
+    return part + " / " + whole;
+}
+
+void print_readings_of(const answer &gpu)
+{
+    print("  temperature {:<7} fan {:<9} power {:<7} graphics {:<9} memory {}\n", shown(gpu, field_of("temperature")),
+          shown(gpu, field_of("fan_speed")), shown(gpu, field_of("power")), shown(gpu, field_of("gfx_clock_mhz")),
+          shown(gpu, field_of("memory_clock_mhz")));
+    if (gpu.driverless)
+        print("  memory {}\n", shown(gpu, field_of("firmware_memory_size_mib")));
     else
-        print("  memory {}  {} of {}\n", bar(g, "memory_util_percent"), shown(g, "memory_used"),
-              shown(g, "memory_total"));
-    print("  load   {}  tdm {}, geom {}, 3d {}, cdm {}\n", bar(g, "gpu_util_percent"), shown(g, "tdm_util_percent"),
-          shown(g, "geom_util_percent"), shown(g, "3d_util_percent"), shown(g, "cdm_util_percent"));
+        print("  memory {}  {}\n", bar(gpu, field_of("memory_util_percent")), used_of_total(gpu));
+    print("  load   {}  tdm {}, geom {}, 3d {}, cdm {}\n", bar(gpu, field_of("gpu_util_percent")),
+          shown(gpu, field_of("tdm_util_percent")), shown(gpu, field_of("geom_util_percent")),
+          shown(gpu, field_of("3d_util_percent")), shown(gpu, field_of("cdm_util_percent")));
+}
+
+void print_gpu(const answer &gpu)
+{
+    const std::string heading =
+        fmt::format("GPU {}  {}  {}", gpu.index, shown(gpu, field_of("model")), shown(gpu, field_of("name")));
+    const std::string bus_id = shown(gpu, field_of("bus_id"));
+    const std::size_t taken = width_of(heading) + width_of(bus_id);
+    const std::string gap(std::max<std::size_t>(2, 78 - std::min<std::size_t>(76, taken)), ' ');
+    print("{}\n", paint(colour::bold, heading + gap + bus_id));
+    if (gpu.state == gpu_state::ok)
+        print_readings_of(gpu);
+    else
+        print("  {}\n", paint(gpu.state == gpu_state::asleep ? colour::bold : colour::red, what_became_of(gpu)));
 }
 
 } // namespace
 
-int show_summary(const options &wanted, gpu_list &gpus)
+int show_summary(const options &wanted, session &gpus)
 {
-    for (gpu &g : gpus)
-        g.take_snapshot();
+    request asked{.fields = summary_fields(), .processes = wanted.shape != format::csv};
+    asked.fields.push_back(&field_of("process_count"));
+    if (wanted.out_of_band)
+        asked.fields.push_back(&field_of("firmware_memory_size_mib"));
+    const answers said = gpus.ask(asked);
     if (wanted.shape == format::json) {
-        print_json(summary_fields(), gpus, {.processes = true});
+        print_json(summary_fields(), said, {.processes = true});
     } else if (wanted.shape == format::csv) {
-        print_readings(wanted, summary_fields(), gpus);
+        print_readings(wanted, summary_fields(), said);
     } else {
-        for (gpu &g : gpus) {
-            print_gpu(g);
+        for (const answer &gpu : said) {
+            print_gpu(gpu);
             put("\n");
         }
-        print_processes(gpus);
+        print_processes(said);
     }
-    return status_of(gpus);
+    return status_of(said);
 }

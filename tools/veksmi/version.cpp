@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "output.h"
+#include "session.h"
 
 #include <cstdlib>
 #include <dlfcn.h>
@@ -12,11 +13,11 @@ value library_version()
 {
     Dl_info info{};
     if (dladdr(reinterpret_cast<const void *>(&vekml_init), &info) == 0 || info.dli_fname == nullptr)
-        return {};
+        return missing{};
     const std::unique_ptr<char, decltype(&std::free)> path(realpath(info.dli_fname, nullptr), &std::free);
     const std::string_view name = path ? path.get() : info.dli_fname;
     const std::size_t suffix = name.rfind(".so.");
-    return suffix == name.npos ? value{} : text_value(name.substr(suffix + 4));
+    return suffix == name.npos ? value(missing{}) : text_value(name.substr(suffix + 4));
 }
 
 value package_version()
@@ -28,31 +29,32 @@ value package_version()
 
 } // namespace
 
-int show_versions(const options &wanted, gpu_list &gpus)
+int show_versions(const options &wanted, session &gpus)
 {
     const std::vector<std::pair<std::string, value>> versions = {
-        {"client", VEKGPU_ML_VERSION}, {"library", library_version()}, {"package", package_version()}};
-    const field_list driver = pick({"driver_kmd", "driver_umd", "driver_ddk"});
+        {"client", std::string(VEKGPU_ML_VERSION)}, {"library", library_version()}, {"package", package_version()}};
+    const field_list fields = pick<"index", "driver_kmd", "driver_umd", "driver_ddk">();
+    const answers said = gpus.ask_any({.fields = fields});
     if (wanted.shape == format::json) {
-        print_json(pick({"index", "driver_kmd", "driver_umd", "driver_ddk"}), gpus, {.head = versions});
-        return exit_done;
+        print_json(fields, said, {.head = versions});
+        return status_of(said);
     }
     if (wanted.shape == format::csv) {
         put("name,version\n");
         for (const auto &[name, held] : versions)
             put(csv_row({name, text_of(held)}));
-        for (gpu &g : gpus) {
-            for (const field *f : driver)
-                put(csv_row({fmt::format("gpu{}_{}", g.index(), f->key), text_of(f->get(g))}));
+        for (const answer &gpu : said) {
+            for (auto f = fields.begin() + 1; f != fields.end(); ++f)
+                put(csv_row({fmt::format("gpu{}_{}", gpu.index, (*f)->key), text_of(gpu[**f])}));
         }
-        return exit_done;
+        return status_of(said);
     }
     for (const auto &[name, held] : versions)
-        print("{:<9}{}\n", name, cell(held));
-    if (gpus.empty())
+        print("{:<9}{}\n", name, human(held, unit::none));
+    if (said.empty())
         print("{:<9}N/A\n", "driver");
-    for (gpu &g : gpus)
-        print("{:<9}GPU {}: kernel mode {}, user mode {}, development kit {}\n", "driver", g.index(),
-              cell(driver[0]->get(g)), cell(driver[1]->get(g)), cell(driver[2]->get(g)));
-    return exit_done;
+    for (const answer &gpu : said)
+        print("{:<9}GPU {}: kernel mode {}, user mode {}, development kit {}\n", "driver", gpu.index,
+              shown(gpu, *fields[1]), shown(gpu, *fields[2]), shown(gpu, *fields[3]));
+    return status_of(said);
 }

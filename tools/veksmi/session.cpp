@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "session.h"
+
+#include "output.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <optional>
+
+namespace {
+
+const extension extensions[] = {setting_extension};
+
+struct address {
+    unsigned domain = 0, bus = 0, device = 0, function = 0;
+    bool operator==(const address &) const = default;
+};
+
+// "0000:03:00.0", or without the domain as lspci prints it.
+std::optional<address> to_address(const std::string &text)
+{
+    address found;
+    int length = -1;
+    std::sscanf(text.c_str(), "%8x:%2x:%2x.%1x%n", &found.domain, &found.bus, &found.device, &found.function, &length);
+    if (length == static_cast<int>(text.size()))
+        return found;
+    found.domain = 0;
+    length = -1;
+    std::sscanf(text.c_str(), "%2x:%2x.%1x%n", &found.bus, &found.device, &found.function, &length);
+    return length == static_cast<int>(text.size()) ? std::optional(found) : std::nullopt;
+}
+
+struct range {
+    unsigned first, last;
+};
+
+std::optional<range> to_range(std::string_view text)
+{
+    const std::size_t dash = text.find('-');
+    const auto first = to_number<unsigned>(text.substr(0, dash));
+    const auto last = dash == text.npos ? first : to_number<unsigned>(text.substr(dash + 1));
+    return first && last && *first <= *last ? std::optional(range{*first, *last}) : std::nullopt;
+}
+
+bool same_text(std::string_view a, std::string_view b)
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
+}
+
+bool is_meant(const answer &gpu, const std::string &item)
+{
+    if (const auto where = to_address(item))
+        return to_address(gpu.bus_id) == where;
+    if (const auto indexes = to_range(item); indexes && gpu.index >= indexes->first && gpu.index <= indexes->last)
+        return true;
+    const auto *uuid = std::get_if<std::string>(&gpu[field_of("uuid")]);
+    return uuid != nullptr && same_text(*uuid, item);
+}
+
+} // namespace
+
+session::session(const options &wanted)
+    : readers_({.deadline = wanted.deadline,
+                .out_of_band = wanted.out_of_band,
+                .wake = wanted.wake,
+                .extensions = extensions})
+{
+    if (!wanted.gpu.empty())
+        choose(wanted.gpu);
+}
+
+void session::choose(const std::string &wanted)
+{
+    const answers known = readers_.round({});
+    tell_library_lines(known);
+    chosen_ = true;
+    for (std::size_t start = 0; start <= wanted.size();) {
+        const std::size_t comma = std::min(wanted.find(',', start), wanted.size());
+        const std::string item = wanted.substr(start, comma - start);
+        const std::size_t before = indexes_.size();
+        for (const answer &gpu : known) {
+            if (is_meant(gpu, item))
+                indexes_.push_back(gpu.index);
+        }
+        if (indexes_.size() == before)
+            throw usage_error(
+                fmt::format("no GPU \"{}\": this host has {}; veksmi list shows them", printable(item), known.size()));
+        start = comma + 1;
+    }
+}
+
+answers session::ask(const request &asked, int stop)
+{
+    answers said = ask_any(asked, stop);
+    if (said.empty())
+        throw no_gpu_found();
+    return said;
+}
+
+answers session::ask_any(const request &asked, int stop)
+{
+    answers said = readers_.round(asked, indexes_, stop);
+    tell_library_lines(said);
+    return said;
+}
+
+void session::tell_library_lines(const answers &said)
+{
+    for (const answer &gpu : said) {
+        std::string_view rest = gpu.printed;
+        while (!rest.empty()) {
+            const std::string_view line = rest.substr(0, rest.find('\n'));
+            rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+            if (!line.empty() && told_.insert(std::string(line)).second)
+                remark(printable(line));
+        }
+    }
+}
