@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Trees: what leads into them, which are refused, and programs that nobody here wrote on top of them.
+#include "build_paths.h"
 #include "support/sim_host.h"
 
 #include "tree_check.h"
