@@ -66,9 +66,15 @@ void host_tree::publish_firmware_readings(const gpu &board)
     const int position = board.position;
     const gpu_state &s = board.state;
     const std::pair<std::uint32_t, int> readings[] = {
-        {0x13FF800, s.voltage_mv},  {0x13FF804, s.current_ma},         {0x13FF808, s.power_w},
-        {0x13FF80C, s.fan_rpm},     {0x13FF810, slowest_fan_rpm},      {0x13FF814, fastest_fan_rpm},
-        {0x13FF818, s.temperature}, {0x13FF838, s.memory_temperature}, {0x13FF844, s.total_power_w},
+        {0x13FF800, s.voltage_mv},
+        {0x13FF804, s.current_ma},
+        {0x13FF808, s.power_w},
+        {0x13FF80C, s.fan_rpm},
+        {0x13FF810, board.config.settings.fan_min_rpm},
+        {0x13FF814, board.config.settings.fan_max_rpm},
+        {0x13FF818, s.temperature},
+        {0x13FF838, s.memory_temperature},
+        {0x13FF844, s.total_power_w},
     };
     for (const auto &[offset, value] : readings)
         set_firmware(position, offset, static_cast<std::uint32_t>(value));

@@ -36,6 +36,22 @@ struct busy_time {
     std::uint64_t cumulative = 1000000;
 };
 
+// What a client can set, as it stands when the host starts.
+struct gpu_settings {
+    int temperature_min = 0; // degrees Celsius
+    int temperature_max = 90;
+    int temperature_critical = 100;
+    int slowdown_temperature = 95;
+    int shutdown_temperature = 105;
+    int power_cap_w = 150;
+    int fan_target = 50; // percent
+    int fan_min_rpm = slowest_fan_rpm;
+    int fan_max_rpm = fastest_fan_rpm;
+    int pwm = 3200;
+    int pwm_min = slowest_pwm;
+    int pwm_max = fastest_pwm;
+};
+
 // What a GPU is. The defaults make a healthy display card.
 struct gpu_config {
     int card = -1;           // DRM card number; -1: the GPU's position
@@ -55,6 +71,7 @@ struct gpu_config {
     std::uint32_t memory_vendor = 0;
     std::uint32_t memory_package = 0x21;
     std::uint32_t primary_id = 0;
+    std::uint32_t primary_core_id = 0;
     std::uint32_t vendor_index = 0; // 0 VEK, 1 BITLAND, 2 GOODTIMES, 3 OTHERS
     std::uint32_t chip_id = 0;      // 0: 0x5e0a1c00 + position
     std::uint32_t card_type = 0;    // 0 display, 1 compute
@@ -73,6 +90,7 @@ struct gpu_config {
     std::string local_cpulist = "0-7";
     bool hdmi_connected = true;
     bool dp_connected = false;
+    gpu_settings settings;
     std::uint64_t bar0 = 0; // 0: (1 + position) * 0x4000000
 };
 
@@ -116,5 +134,11 @@ struct video_state {
 
 // The GPUs a simulated host has when nothing else is said: boards of different kinds in turn.
 gpu_config sample_gpu(int position);
+
+// A host no two numbers of which are equal, so that whoever takes one for another is found out: not within a GPU of
+// up to 16, nor the same reading of two of them. Facts that have few values to choose from repeat across GPUs.
+gpu_config distinct_gpu(int position);
+gpu_state distinct_state(int position);
+video_state distinct_video();
 
 } // namespace veksim

@@ -142,6 +142,7 @@ void host_tree::set_video_state(const video_state &state)
 void host_tree::publish_identity(const gpu &board)
 {
     const gpu_config &c = board.config;
+    const gpu_settings &set = c.settings;
     const int position = board.position;
     auto on_card = [&](const char *node, const std::string &text) { write(card(position, node), text + "\n"); };
     auto on_hwmon = [&](const char *node, const std::string &text) { write(hwmon(position, node), text + "\n"); };
@@ -165,29 +166,29 @@ void host_tree::publish_identity(const gpu &board)
     on_hwmon("vek_gddr_count", std::to_string(c.memory_count));
     on_hwmon("vek_gddr_phys_speed", std::to_string(c.memory_speed));
     on_hwmon("vek_gpu_primary_id", std::to_string(c.primary_id));
-    on_hwmon("vek_gpu_primary_core_id", "0");
+    on_hwmon("vek_gpu_primary_core_id", std::to_string(c.primary_core_id));
     on_hwmon("vek_pcie_mmbar_type", "64-bit prefetch");
     on_hwmon("vek_support_fan_info", c.fan_support ? "1" : "0");
     on_hwmon("vek_support_power_info", c.power_support ? "1" : "0");
-    on_hwmon("vek_slowdown_temp", "95");
-    on_hwmon("vek_shutdown_temp", "105");
+    on_hwmon("vek_slowdown_temp", std::to_string(set.slowdown_temperature));
+    on_hwmon("vek_shutdown_temp", std::to_string(set.shutdown_temperature));
     on_hwmon("vek_enable_thm_slowdown", "1");
     on_hwmon("vek_enable_thm_shutdown", "1");
     on_hwmon("temp1_label", "GPU");
-    on_hwmon("temp1_min", "0");
-    on_hwmon("temp1_max", "90");
-    on_hwmon("temp1_crit", "100");
+    on_hwmon("temp1_min", std::to_string(set.temperature_min));
+    on_hwmon("temp1_max", std::to_string(set.temperature_max));
+    on_hwmon("temp1_crit", std::to_string(set.temperature_critical));
     on_hwmon("temp1_ctrl_mode", "1");
-    on_hwmon("power1_cap", "150");
+    on_hwmon("power1_cap", std::to_string(set.power_cap_w));
     on_hwmon("fan1_ctrl_mode", "1");
-    on_hwmon("fan1_min", std::to_string(slowest_fan_rpm));
-    on_hwmon("fan1_max", std::to_string(fastest_fan_rpm));
+    on_hwmon("fan1_min", std::to_string(set.fan_min_rpm));
+    on_hwmon("fan1_max", std::to_string(set.fan_max_rpm));
     if (c.fan == fan_kind::pwm) {
-        on_hwmon("pwm1", "3200");
-        on_hwmon("pwm1_min", std::to_string(slowest_pwm));
-        on_hwmon("pwm1_max", std::to_string(fastest_pwm));
+        on_hwmon("pwm1", std::to_string(set.pwm));
+        on_hwmon("pwm1_min", std::to_string(set.pwm_min));
+        on_hwmon("pwm1_max", std::to_string(set.pwm_max));
     } else {
-        on_hwmon("fan1_target", "50");
+        on_hwmon("fan1_target", std::to_string(set.fan_target));
     }
     auto connector = [&](const char *name, bool connected) {
         write(card(position, format("card%d-%s/status", c.card, name)), connected ? "connected\n" : "disconnected\n");

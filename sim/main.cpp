@@ -30,13 +30,15 @@ constexpr int exit_not_found = 127;
 constexpr int most_gpus = 16;
 
 constexpr const char *usage =
-    "usage: veksim [--gpus N] [--no-driver] [--still] [--tree DIR [--trust-tree]] [--keep] -- COMMAND [ARGUMENT...]\n"
+    "usage: veksim [--gpus N] [--no-driver] [--still | --distinct] [--tree DIR [--trust-tree]] [--keep] -- COMMAND "
+    "[ARGUMENT...]\n"
     "\n"
     "Runs COMMAND on a simulated host with GPUs and removes the host afterwards.\n"
     "\n"
     "  --gpus N      number of GPUs, 0 to 16 (default 2)\n"
     "  --no-driver   the kernel driver is not loaded: PCI devices and their firmware only\n"
     "  --still       readings stay as they are; what COMMAND writes is still taken up\n"
+    "  --distinct    no two numbers of a GPU are equal, nor the same reading of two GPUs; nothing moves\n"
     "  --tree DIR    build the host in DIR and keep it; a DIR that holds a host is used as it is\n"
     "  --trust-tree  let programs and libraries in DIR run, and links lead out of it\n"
     "  --keep        keep the host and say where it is\n"
@@ -46,6 +48,7 @@ struct options {
     int gpus = 2;
     bool driver = true;
     bool still = false;
+    bool distinct = false;
     bool keep = false;
     bool trust = false;
     fs::path tree;
@@ -69,11 +72,12 @@ std::optional<int> gpu_number(const char *text)
 // The exit status when there is nothing to run.
 std::optional<int> parse(int argc, char **argv, options &wanted)
 {
-    enum { gpus = 1, no_driver, still, tree, trust_tree, keep, help };
+    enum { gpus = 1, no_driver, still, distinct, tree, trust_tree, keep, help };
     static const struct option names[] = {
         {"gpus", required_argument, nullptr, gpus},
         {"no-driver", no_argument, nullptr, no_driver},
         {"still", no_argument, nullptr, still},
+        {"distinct", no_argument, nullptr, distinct},
         {"tree", required_argument, nullptr, tree},
         {"trust-tree", no_argument, nullptr, trust_tree},
         {"keep", no_argument, nullptr, keep},
@@ -95,6 +99,9 @@ std::optional<int> parse(int argc, char **argv, options &wanted)
             break;
         case still:
             wanted.still = true;
+            break;
+        case distinct:
+            wanted.distinct = true;
             break;
         case tree:
             wanted.tree = optarg;
@@ -197,11 +204,15 @@ std::unique_ptr<veksim::host_tree> build_host(const options &wanted)
     auto host = std::make_unique<veksim::host_tree>(wanted.tree);
     for (int i = 0; i < wanted.gpus; ++i) {
         end_if_interrupted();
+        const veksim::gpu_config config = wanted.distinct ? veksim::distinct_gpu(i) : veksim::sample_gpu(i);
+        const veksim::gpu_state state = wanted.distinct ? veksim::distinct_state(i) : veksim::gpu_state();
         if (wanted.driver)
-            host->add_gpu(veksim::sample_gpu(i));
+            host->add_gpu(config, state);
         else
-            host->add_bare_gpu(veksim::sample_gpu(i));
+            host->add_bare_gpu(config, state);
     }
+    if (wanted.distinct)
+        host->set_video_state(veksim::distinct_video());
     host->add_video_libraries(!find_library("vekgpu_drv_video.so").empty());
     return host;
 }
@@ -320,7 +331,8 @@ int run(const options &wanted)
     hold_signals();
     if (tree.empty() || is_to_be_built(tree)) {
         host = build_host(wanted);
-        model = std::make_unique<veksim::driver_model>(*host);
+        if (!wanted.distinct)
+            model = std::make_unique<veksim::driver_model>(*host);
         end_if_interrupted();
         if (wanted.keep || !tree.empty())
             host->keep();

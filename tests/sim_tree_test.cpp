@@ -15,6 +15,7 @@
 #include <fstream>
 #include <fts.h>
 #include <ftw.h>
+#include <map>
 #include <set>
 #include <sstream>
 #include <sys/socket.h>
@@ -212,6 +213,32 @@ TEST(veksim_launcher, leaves_nothing_of_a_build_that_ends_early)
     EXPECT_EQ(run({VEKSIM_PATH, "--tree", place, "--", "true"}, native).status, 0) << "an empty directory will do";
     fs::remove_all(place + "/host");
     EXPECT_EQ(run({VEKSIM_PATH, "--tree", place, "--", "true"}, native).status, 1) << "but not one with other files";
+}
+
+// Flags have but two values, and what names the board or the bus is no reading.
+TEST_F(tree_test, a_distinct_host_has_no_two_equal_readings)
+{
+    std::map<std::string, std::set<std::string>> values_of_node;
+    const std::set<std::string> flags = {"fan1_ctrl_mode",         "temp1_ctrl_mode",         "vek_support_fan_info",
+                                         "vek_support_power_info", "vek_enable_thm_slowdown", "vek_enable_thm_shutdown",
+                                         "vek_gddr_phys_speed"};
+    for (int gpu = 0; gpu < 16; ++gpu) {
+        host.add_gpu(veksim::distinct_gpu(gpu), veksim::distinct_state(gpu));
+        std::set<std::string> values_of_gpu;
+        for (const fs::directory_entry &entry : fs::directory_iterator(host.path(host.hwmon(gpu)))) {
+            const std::string name = entry.path().filename(), text = host.read(host.hwmon(gpu, name));
+            if (flags.count(name) != 0 || text.find_first_not_of("0123456789\n") != std::string::npos)
+                continue;
+            EXPECT_TRUE(values_of_gpu.insert(text).second) << gpu << name << " repeats " << text;
+            EXPECT_TRUE(values_of_node[name].insert(text).second) << name << " of GPU " << gpu << " repeats " << text;
+        }
+        EXPECT_GE(values_of_gpu.size(), 27U);
+        for (const char *node : {"current_link_width", "max_link_width", "aer_dev_fatal", "aer_dev_nonfatal",
+                                 "aer_dev_correctable", "gpu_util_info", "gpu_mem_util_info", "numa_node"}) {
+            const std::string text = host.read(host.card(gpu, "device/" + std::string(node)));
+            EXPECT_TRUE(values_of_node[node].insert(text).second) << node << gpu;
+        }
+    }
 }
 
 // What an installed program prints on this host; nothing when there is no such program for the machine we are built for.
