@@ -467,7 +467,8 @@ class Gpu:
         """What the video engines can decode and encode.
 
         A method because it starts VA-API, which takes its time, and fails in more ways than by having no answer:
-        NotSupportedError, NoPermissionError, NotFoundError, VideoLibraryNotFoundError, UnknownError.
+        NotSupportedError, NoPermissionError, NotFoundError, VideoLibraryNotFoundError, UnknownError. The first call
+        for a GPU changes the process' environment while it runs; no other thread may touch that then.
         """
         info = raw.Vpu_codec_info_st()
         with _one_at_a_time:

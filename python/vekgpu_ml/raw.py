@@ -247,8 +247,8 @@ vekml_init = Function(
     """Find the GPUs under "/sys/class/drm" and fill the device table from the kernel driver's attributes. Needs no
     privileges and opens no device file. A second call runs discovery again over the same table.
 
-    Returns 0 always; vekml_device_get_count tells the outcome. "Open failed, there's no such path" or "Read failed, no
-    file node to read" on standard output when the directory is missing or empty.
+    Returns VEKML_SUCCESS always; vekml_device_get_count tells the outcome. "Open failed, there's no such path" or "Read
+    failed, no file node to read" on standard output when the directory is missing or empty.
     """,
     vekml_return_t,
 )
@@ -260,8 +260,8 @@ vekml_init_card = Function(
 
     card_index: N
 
-    Returns 0 always. vekml_device_get_count then gives 1, with the GPU at index 0, or 0 when that card is missing or
-    not a GPU of ours. Prints what vekml_init prints. Since version 1.1.
+    Returns VEKML_SUCCESS always. vekml_device_get_count then gives 1, with the GPU at index 0, or 0 when that card is
+    missing or not a GPU of ours. Prints what vekml_init prints. Since version 1.1.
     """,
     vekml_return_t,
     card_index=c_uint32,
@@ -270,7 +270,7 @@ vekml_shutdown = Function(
     "vekml_shutdown",
     """Unmap every BAR0 window and clear the whole state. Harmless before vekml_init.
 
-    Returns 0, or -1 when a window cannot be unmapped; the state then stays as it is.
+    Returns VEKML_SUCCESS, or VEKML_ERROR_NODE_IO when a window cannot be unmapped; the state then stays as it is.
     """,
     vekml_return_t,
 )
@@ -280,8 +280,8 @@ vekml_out_of_band_init = Function(
     the driver module loaded this is vekml_init. Mapping needs root. Another start without vekml_shutdown in between
     lists the same GPUs again, behind the first.
 
-    Returns 0 when the driver is loaded and vekml_init was run, 1 after an out-of-band start, whatever became of each
-    GPU.
+    Returns VEKML_SUCCESS when the driver is loaded and vekml_init was run, 1 after an out-of-band start, whatever
+    became of each GPU.
     """,
     vekml_return_t,
 )
@@ -293,8 +293,8 @@ vekml_pci_out_of_band_manager = Function(
 
     dev: the GPU as libpciaccess lists it, probed
 
-    Returns 0; 4 without root; -1 when "/dev/mem" cannot be opened, BAR0 is absent or not page-aligned, the mapping
-    fails, or the index is outside the table.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NO_PERMISSION without root; VEKML_ERROR_NODE_IO when "/dev/mem" cannot be opened,
+    BAR0 is absent or not page-aligned, the mapping fails, or the index is outside the table.
     """,
     vekml_return_t,
     gpu_index=c_uint32,
@@ -328,7 +328,7 @@ vekml_device_get_count = Function(
     "vekml_device_get_count",
     """Number of GPUs found.
 
-    Returns 0; 2 when `count` is null.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT when `count` is null.
     """,
     vekml_return_t,
     count=POINTER(c_uint32),
@@ -337,7 +337,7 @@ vekml_device_get_handle_by_index = Function(
     "vekml_device_get_handle_by_index",
     """Handle of the GPU at a position of the device table.
 
-    Returns 0; 2 when `handle` is null or `index` is not below the count.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT when `handle` is null or `index` is not below the count.
     """,
     vekml_return_t,
     index=c_uint32,
@@ -349,7 +349,8 @@ vekml_device_get_handle_by_pci_bus_id = Function(
 
     pci_bus_id: 12 characters, for example "0000:03:00.0"
 
-    Returns 0; 2 for a null argument; 21 when no GPU matches, with a line on standard output.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument; VEKML_ERROR_NO_DATA when no GPU matches,
+    with a line on standard output.
     """,
     vekml_return_t,
     handle=POINTER(vekml_device_t),
@@ -361,7 +362,8 @@ vekml_device_get_name = Function(
 
     length: capacity of `name`
 
-    Returns 0; 7 when the name and its NUL do not fit, nothing is written then. Pointers are not checked.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INSUFFICIENT_SIZE when the name and its NUL do not fit, nothing is written then.
+    Pointers are not checked.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -372,7 +374,7 @@ vekml_device_get_minor_number = Function(
     "vekml_device_get_minor_number",
     """Card number N, the DRM minor of the primary node.
 
-    Returns 0. Pointers are not checked.
+    Returns VEKML_SUCCESS. Pointers are not checked.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -382,7 +384,7 @@ vekml_device_get_card_index_by_handle = Function(
     "vekml_device_get_card_index_by_handle",
     """Card number N, as vekml_device_get_minor_number.
 
-    Returns 0; 2 when either pointer is null.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT when either pointer is null.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -392,7 +394,7 @@ vekml_device_get_pci_info = Function(
     "vekml_device_get_pci_info",
     """PCI address.
 
-    Returns 0; 2 when either pointer is null.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT when either pointer is null.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -468,10 +470,11 @@ talonProductArr = Data(
 )
 device_id_to_model = Function(
     "device_id_to_model",
-    """Model name of a device id, else the name of the board that carries it, else "unknown". At most `size` - 1
-    characters are copied, and no terminator is written at `size` - 1: hand in a zeroed buffer.
+    """Model name of a device id, else "unknown". At most `size` - 1 characters are copied, and no terminator is written
+    at `size` - 1: hand in a zeroed buffer.
 
-    Returns 0; 2 when the id is known and `size` is below 8, nothing is written then; 6 for an unknown id.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT when the id is known and `size` is below 8, nothing is written
+    then; VEKML_ERROR_NOT_FOUND for an unknown id.
     """,
     vekml_return_t,
     device_id=c_uint32,
@@ -482,7 +485,7 @@ device_id_to_model_with_size = Function(
     "device_id_to_model_with_size",
     """As device_id_to_model, for a buffer of any size.
 
-    Returns 0; 6 for an unknown id.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NOT_FOUND for an unknown id.
     """,
     vekml_return_t,
     device_id=c_uint32,
@@ -493,7 +496,8 @@ model_to_device_id_and_chip_process = Function(
     "model_to_device_id_and_chip_process",
     """Device id and chip process of a model name, compared exactly.
 
-    Returns 0; 2 for a null argument; 6 for an unknown name, the outputs are left alone then.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument; VEKML_ERROR_NOT_FOUND for an unknown name,
+    the outputs are left alone then.
     """,
     vekml_return_t,
     model=c_char_p,
@@ -504,7 +508,7 @@ device_id_to_chip_process = Function(
     "device_id_to_chip_process",
     """Chip process of a device id, nm.
 
-    Returns 0; 2 for a null output; 6 for an unknown id.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null output; VEKML_ERROR_NOT_FOUND for an unknown id.
     """,
     vekml_return_t,
     device_id=c_uint32,
@@ -514,7 +518,7 @@ is_right_device_id = Function(
     "is_right_device_id",
     """Whether a device id is a model's.
 
-    Returns 0 when it is, else 6.
+    Returns VEKML_SUCCESS when it is, else VEKML_ERROR_NOT_FOUND.
     """,
     vekml_return_t,
     device_id=c_uint32,
@@ -523,7 +527,7 @@ vekml_device_id_to_gddr_width = Function(
     "vekml_device_id_to_gddr_width",
     """Memory bus width of a device id, bits.
 
-    Returns 0; 6 for an unknown id, with 0 stored.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NOT_FOUND for an unknown id, with 0 stored.
     """,
     vekml_return_t,
     device_id=c_uint32,
@@ -533,7 +537,8 @@ vekml_device_id_to_gfx_bound = Function(
     "vekml_device_id_to_gfx_bound",
     """Graphics clock bounds of a device id, MHz.
 
-    Returns 0; 6 for an unknown id, with 50 and 1000 stored: test the result, not the values.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NOT_FOUND for an unknown id, with 50 and 1000 stored: test the result, not the
+    values.
     """,
     vekml_return_t,
     device_id=c_uint32,
@@ -544,7 +549,7 @@ device_id_to_video_decoder_encoder = Function(
     "device_id_to_video_decoder_encoder",
     """Video capability texts of a device id. Each buffer must hold at least 9 bytes.
 
-    Returns 0; 6 for an unknown id, with "unknown" in both.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NOT_FOUND for an unknown id, with "unknown" in both.
     """,
     vekml_return_t,
     device_id=c_uint32,
@@ -622,7 +627,7 @@ vekml_read_static_info_from_node = Function(
 
     card_path: CARD
 
-    Returns 0; 6 when the node cannot be opened.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NOT_FOUND when the node cannot be opened.
     """,
     vekml_return_t,
     card_path=c_char_p,
@@ -632,7 +637,7 @@ vekml_device_get_gddr_size = Function(
     "vekml_device_get_gddr_size",
     """Memory size from HWMON/vek_gddr_size.
 
-    Returns 0, with 0 stored when unreadable; -1 when the node is absent.
+    Returns VEKML_SUCCESS, with 0 stored when unreadable; VEKML_ERROR_NODE_IO when the node is absent.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -642,7 +647,7 @@ vekml_device_get_gddr_speed = Function(
     "vekml_device_get_gddr_speed",
     """Memory speed from HWMON/vek_gddr_phys_speed, decimal or 0x-prefixed.
 
-    Returns 0, with 0 stored when unreadable; -1 when the node is absent.
+    Returns VEKML_SUCCESS, with 0 stored when unreadable; VEKML_ERROR_NODE_IO when the node is absent.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -652,7 +657,7 @@ vekml_device_get_gddr_count = Function(
     "vekml_device_get_gddr_count",
     """Number of memory devices from HWMON/vek_gddr_count.
 
-    Returns 0, with 0 stored when unreadable.
+    Returns VEKML_SUCCESS, with 0 stored when unreadable.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -662,7 +667,7 @@ vekml_device_get_vendor = Function(
     "vekml_device_get_vendor",
     """Board vendor from HWMON/vek_vendor; `vendor` holds 64 bytes.
 
-    Returns 0, with an empty text when unreadable.
+    Returns VEKML_SUCCESS, with an empty text when unreadable.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -672,7 +677,7 @@ vekml_device_get_fw_ver = Function(
     "vekml_device_get_fw_ver",
     """Firmware version from HWMON/vek_fw_ver; `fw_ver` holds 20 bytes.
 
-    Returns 0, empty text when unreadable.
+    Returns VEKML_SUCCESS, empty text when unreadable.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -682,7 +687,7 @@ vekml_device_get_serial = Function(
     "vekml_device_get_serial",
     """Serial from HWMON/vek_chip_id; `serial` holds 20 bytes.
 
-    Returns 0, with an empty text when unreadable.
+    Returns VEKML_SUCCESS, with an empty text when unreadable.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -692,7 +697,7 @@ vekml_device_get_vbios_version = Function(
     "vekml_device_get_vbios_version",
     """VBIOS version from HWMON/vek_vbios; `vbios` holds 50 bytes.
 
-    Returns 0, with an empty text when unreadable.
+    Returns VEKML_SUCCESS, with an empty text when unreadable.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -704,7 +709,7 @@ vekml_device_get_product_name = Function(
 
     dir: a directory, usually CARD
 
-    Returns 0, with an empty text when unreadable.
+    Returns VEKML_SUCCESS, with an empty text when unreadable.
     """,
     vekml_return_t,
     dir=c_char_p,
@@ -714,7 +719,8 @@ vekml_device_get_uuid = Function(
     "vekml_device_get_uuid",
     """UUID from HWMON/vek_chip_id, also kept in the device record; `uuid` holds 20 bytes.
 
-    Returns 0; 2 for a null argument; 6 when the node is unreadable.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument; VEKML_ERROR_NOT_FOUND when the node is
+    unreadable.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -725,7 +731,7 @@ vekml_device_get_asic_type = Function(
     """Chip type number from the last word of HWMON/vek_device_model; 2 for an empty text. Compare it with
     VEKML_ASIC_TYPES before it serves as an index of asic_types: the driver's number is not checked.
 
-    Returns 0; -1 when the node is unreadable, nothing is written then.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NODE_IO when the node is unreadable, nothing is written then.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -737,7 +743,8 @@ vekml_device_get_gddr_type = Function(
 
     size: capacity of `gddr_type`; the text takes 6 bytes, and a size of 5 is let pass
 
-    Returns 0; 2 for a null argument; 7 when `size` is below 5.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument; VEKML_ERROR_INSUFFICIENT_SIZE when `size`
+    is below 5.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -748,7 +755,8 @@ vekml_device_get_gddr_vendor = Function(
     "vekml_device_get_gddr_vendor",
     """Memory maker from CARD/device/gpu_static_info: "Samsung", "Hynix", "Micron" or "unknown"; `vendor` holds 8 bytes.
 
-    Returns 0; 2 for a null argument; 6 when the node cannot be opened, with "unknown" stored.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument; VEKML_ERROR_NOT_FOUND when the node cannot
+    be opened, with "unknown" stored.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -758,7 +766,7 @@ vekml_device_get_device_id = Function(
     "vekml_device_get_device_id",
     """PCI device id.
 
-    Returns 0; 2 for a null argument.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -768,7 +776,7 @@ vekml_device_get_gddr_width = Function(
     "vekml_device_get_gddr_width",
     """Memory bus width from the identity tables, bits.
 
-    Returns 0; 2 for a null argument; 6 for an unknown board.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument; VEKML_ERROR_NOT_FOUND for an unknown board.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -778,7 +786,8 @@ vekml_device_get_gfx_clock_max = Function(
     "vekml_device_get_gfx_clock_max",
     """Highest graphics clock from the identity tables, MHz.
 
-    Returns 0; 2 for a null argument; 6 for an unknown board, with 0 stored and a line on standard output.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument; VEKML_ERROR_NOT_FOUND for an unknown board,
+    with 0 stored and a line on standard output.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -788,7 +797,8 @@ vekml_device_get_num_gpu_cores = Function(
     "vekml_device_get_num_gpu_cores",
     """Number of GPU cores from CARD/device/gpu_static_info.
 
-    Returns 0; 2 for a null argument; 6 when the node cannot be opened, with 0 stored.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument; VEKML_ERROR_NOT_FOUND when the node cannot
+    be opened, with 0 stored.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -798,7 +808,8 @@ vekml_device_get_texture_fill_rate = Function(
     "vekml_device_get_texture_fill_rate",
     """Texture fill rate, cores x 32 x highest graphics clock, gigatexels per second.
 
-    Returns 0; 2 for a null argument; 6 when the core count or the clock is not to be had, with 0.0 stored.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument; VEKML_ERROR_NOT_FOUND when the core count
+    or the clock is not to be had, with 0.0 stored.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -816,7 +827,8 @@ vekml_device_get_video_decoder_encoder = Function(
     "vekml_device_get_video_decoder_encoder",
     """Video capability texts from the identity tables; each buffer holds at least 9 bytes.
 
-    Returns 0; 2 for a null argument; -1 for an unknown board, with "unknown" in both.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument; VEKML_ERROR_NODE_IO for an unknown board,
+    with "unknown" in both.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -827,7 +839,8 @@ vekml_device_get_chip_process = Function(
     "vekml_device_get_chip_process",
     """Chip process of the model, nm; from the model found at initialisation, else from HWMON/vek_device_model.
 
-    Returns 0; 2 for a null argument; 6 when the node is unreadable or the model unknown.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument; VEKML_ERROR_NOT_FOUND when the node is
+    unreadable or the model unknown.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -839,7 +852,7 @@ vekml_device_get_device_model = Function(
     characters are copied, without a terminator at `size` - 1: hand in a zeroed buffer of 8 bytes or more, as nothing is
     copied into a smaller one when the PCI device id tells.
 
-    Returns 0; 2 for a null argument.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -850,7 +863,7 @@ vekml_device_get_primary_id = Function(
     "vekml_device_get_primary_id",
     """Primary id from HWMON/vek_gpu_primary_id; `dst` holds 20 bytes.
 
-    Returns 0, empty text when unreadable.
+    Returns VEKML_SUCCESS, empty text when unreadable.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -860,7 +873,7 @@ vekml_device_get_primary_core_id = Function(
     "vekml_device_get_primary_core_id",
     """Primary core id from HWMON/vek_gpu_primary_core_id; `dst` holds 20 bytes.
 
-    Returns 0, empty when unreadable.
+    Returns VEKML_SUCCESS, empty when unreadable.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -889,8 +902,9 @@ vekml_device_get_driver_version = Function(
     """Versions from CARD/version or, where that node does not exist, from the first MiB of the first GPU's debugfs
     dump. Read from the dump, `kmd` holds the dump's "UM info" and `umd` its "KM info".
 
-    Returns 0, with "N/A" for what the dump lacks; 4 when the dump is needed and the caller is not root, with "N/A" in
-    all three; -1 when the dump cannot be opened or read, the record is left alone then.
+    Returns VEKML_SUCCESS, with "N/A" for what the dump lacks; VEKML_ERROR_NO_PERMISSION when the dump is needed and the
+    caller is not root, with "N/A" in all three; VEKML_ERROR_NODE_IO when the dump cannot be opened or read, the record
+    is left alone then.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -906,7 +920,7 @@ vekml_device_get_driver_release_version = Function(
     size: length of the longest text to store, its terminator not counted: a version of exactly this length is stored
     with its terminator in the byte behind
 
-    Returns 0; 2 for a null buffer.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null buffer.
     """,
     vekml_return_t,
     version=POINTER(c_char),
@@ -950,7 +964,7 @@ vekml_device_get_pcie_speed = Function(
     "vekml_device_get_pcie_speed",
     """Present link speed, GT/s, as initialisation found it.
 
-    Returns 0; 2 when `handle` is null.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT when `handle` is null.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -960,7 +974,7 @@ vekml_device_get_curr_pcie_link_width = Function(
     "vekml_device_get_curr_pcie_link_width",
     """Present link width, lanes, as initialisation found it.
 
-    Returns 0; 2 when `handle` is null.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT when `handle` is null.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -970,7 +984,7 @@ vekml_device_get_pcie_link_max_speed = Function(
     "vekml_device_get_pcie_link_max_speed",
     """Highest link speed, GT/s.
 
-    Returns 0; 2 when `handle` is null.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT when `handle` is null.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -980,7 +994,7 @@ vekml_device_get_max_pcie_link_width = Function(
     "vekml_device_get_max_pcie_link_width",
     """Highest link width, lanes.
 
-    Returns 0; 2 when `handle` is null.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT when `handle` is null.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -990,7 +1004,7 @@ vekml_device_get_curr_pcie_link_generation = Function(
     "vekml_device_get_curr_pcie_link_generation",
     """PCIe generation of the present speed: 3 for 8 GT/s, 4 for 16, 5 for 1, else 0.
 
-    Returns 0; 2 without a handle.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT without a handle.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1000,7 +1014,7 @@ vekml_device_get_max_pcie_link_generation = Function(
     "vekml_device_get_max_pcie_link_generation",
     """PCIe generation of the highest link speed, likewise.
 
-    Returns 0; 2 when `handle` is null.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT when `handle` is null.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1011,7 +1025,7 @@ vekml_device_get_pcie_throughput = Function(
     """Present link speed text from CARD/device/current_link_speed, for example "16.0 GT/s PCIe"; `dst` holds 20 bytes.
     It is the link's speed, not a measured throughput.
 
-    Returns 0, with an empty text when unreadable.
+    Returns VEKML_SUCCESS, with an empty text when unreadable.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -1021,7 +1035,7 @@ vekml_device_get_pcie_event = Function(
     "vekml_device_get_pcie_event",
     """PCIe event word from HWMON/vek_pcie_event.
 
-    Returns 0, with 0 stored when unreadable.
+    Returns VEKML_SUCCESS, with 0 stored when unreadable.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -1031,7 +1045,7 @@ vekml_device_get_pcie_mmbar_type = Function(
     "vekml_device_get_pcie_mmbar_type",
     """Memory-BAR type from HWMON/vek_pcie_mmbar_type; `type` holds 20 bytes.
 
-    Returns 0; -1 when unreadable.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NODE_IO when unreadable.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -1046,7 +1060,7 @@ vekml_device_get_pcie_err_nonfatal = Function(
 
     count: 4 bytes
 
-    Returns 0; -1 when the file is unreadable, with "N/A" stored, or lacks its total.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NODE_IO when the file is unreadable, with "N/A" stored, or lacks its total.
     """,
     vekml_return_t,
     card_path=c_char_p,
@@ -1070,7 +1084,8 @@ vekml_device_get_gddr_crc = Function(
     "vekml_device_get_gddr_crc",
     """Memory CRC counters from CARD/device/gddr_crc. Counters of a line that is missing keep what the record held.
 
-    Returns 0; 2 for a null argument; 6 when the node cannot be opened.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument; VEKML_ERROR_NOT_FOUND when the node cannot
+    be opened.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -1081,7 +1096,7 @@ vekml_device_get_display_status = Function(
     """Whether a monitor is connected to the HDMI or DisplayPort connector: 1 or 0. The connectors are those that CARD
     lists under the names of card 0.
 
-    Returns 0; an unreadable connector counts as not connected.
+    Returns VEKML_SUCCESS; an unreadable connector counts as not connected.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -1203,8 +1218,9 @@ vekml_device_get_util_info = Function(
     """Utilisation, from the counters of CARD/device/gpu_util_info, else of the driver's request, else from the debugfs
     file "/sys/kernel/debug/vekgpu/status". Pointers are not checked.
 
-    Returns 0; 4 when only debugfs is left and the caller is not root; -1 when that file cannot be opened or read; 6
-    when it lacks the percentages. All fields are 0 after a failure.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NO_PERMISSION when only debugfs is left and the caller is not root;
+    VEKML_ERROR_NODE_IO when that file cannot be opened or read; VEKML_ERROR_NOT_FOUND when it lacks the percentages.
+    All fields are 0 after a failure.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -1215,8 +1231,8 @@ vekml_device_get_mem_info = Function(
     """Memory, from CARD/device/gpu_mem_util_info, else from the first MiB of the GPU's debugfs dump. Pointers are not
     checked. Numbers that a short node lacks keep what the record held.
 
-    Returns 0; 4 when debugfs is needed and the caller is not root, with the record zeroed; -1 when the dump cannot be
-    opened or read, the record is left alone then.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NO_PERMISSION when debugfs is needed and the caller is not root, with the record
+    zeroed; VEKML_ERROR_NODE_IO when the dump cannot be opened or read, the record is left alone then.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -1227,8 +1243,8 @@ vekml_device_get_process_info = Function(
     """The processes that hold local memory, from CARD/device/gpu_mem_util_info, else from the driver's request; names
     from "/proc/PID/status", whose slot stays as it was when that file tells none. Pointers are not checked.
 
-    Returns 0, also when there is none; -1 when the card node or a process's status file cannot be opened, or the
-    request fails.
+    Returns VEKML_SUCCESS, also when there is none; VEKML_ERROR_NODE_IO when the card node or a process's status file
+    cannot be opened, or the request fails.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -1370,7 +1386,7 @@ vekml_device_query_static_info = Function(
     """Fill the static fields of the record: from CARD/device/gpu_static_info, else from the first, else from the second
     static request on "/dev/dri/cardN".
 
-    Returns 0; 4 when all three fail, nothing is written then.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NO_PERMISSION when all three fail, nothing is written then.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -1382,8 +1398,8 @@ vekml_device_query_dynamic_info = Function(
     `util_state` and the processes from the driver's requests. Failures of utilisation and, though they are passed over,
     of clocks and processes print a line.
 
-    Returns 0; otherwise the failing step of the fallback: utilisation, the card node, a request, a process's status
-    file, or the memory CRC counters.
+    Returns VEKML_SUCCESS; otherwise the failing step of the fallback: utilisation, the card node, a request, a
+    process's status file, or the memory CRC counters.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -1396,8 +1412,8 @@ vekml_device_query = Function(
     `gddr_package_model`, `device_id`, `chip_model`, `support_temp_info`, `static_text`, `gpu_default_freq`,
     `static_valid` and the third and fifth `clock`.
 
-    Returns 0; otherwise the failure of utilisation, of the card node, of a request, of a process's status file or of
-    the memory CRC counters, with the record partly filled.
+    Returns VEKML_SUCCESS; otherwise the failure of utilisation, of the card node, of a request, of a process's status
+    file or of the memory CRC counters, with the record partly filled.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -1470,7 +1486,8 @@ vekml_device_set_thermal_info = Function(
     "vekml_device_set_thermal_info",
     """Set one thermal limit; blocks for 1 s after the write. Pointers are not checked, nor is the value.
 
-    Returns 0; 4 without root; -1 when the write fails or the type is unknown. Failures print a line.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NO_PERMISSION without root; VEKML_ERROR_NODE_IO when the write fails or the type
+    is unknown. Failures print a line.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1481,7 +1498,8 @@ vekml_device_get_thermal = Function(
     "vekml_device_get_thermal",
     """Read one thermal limit into its field.
 
-    Returns 0; 6 when the node is unreadable, with 0 stored and a line printed; -1 when the type is unknown.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NOT_FOUND when the node is unreadable, with 0 stored and a line printed;
+    VEKML_ERROR_NODE_IO when the type is unknown.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1492,7 +1510,7 @@ vekml_device_get_thermal_info = Function(
     "vekml_device_get_thermal_info",
     """Read both temperatures and the shutdown protection; `vek_enable_thm_slowdown` is left alone.
 
-    Returns 0; 6 when any node is unreadable, with 0 stored for it and a line printed.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NOT_FOUND when any node is unreadable, with 0 stored for it and a line printed.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1502,7 +1520,8 @@ vekml_device_set_dvfs_enable = Function(
     "vekml_device_set_dvfs_enable",
     """Write a text to CARD/vek_enable_dvfs; blocks for 1 s after the write. The text is not checked.
 
-    Returns 0; 4 without root; -1 when the write fails. Failures print a line.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NO_PERMISSION without root; VEKML_ERROR_NODE_IO when the write fails. Failures
+    print a line.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1512,7 +1531,7 @@ vekml_device_get_dvfs_info = Function(
     "vekml_device_get_dvfs_info",
     """Read the DVFS switch.
 
-    Returns 0; 6 when the node is unreadable, with 0 stored.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NOT_FOUND when the node is unreadable, with 0 stored.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1570,7 +1589,8 @@ vekml_device_get_temper = Function(
     "vekml_device_get_temper",
     """Read one limit or the control mode into its field.
 
-    Returns 0, with 0 stored when unreadable; -1 when the type is unknown, with a line printed.
+    Returns VEKML_SUCCESS, with 0 stored when unreadable; VEKML_ERROR_NODE_IO when the type is unknown, with a line
+    printed.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1581,8 +1601,8 @@ vekml_device_get_temper_info = Function(
     "vekml_device_get_temper_info",
     """Read all seven values.
 
-    Returns 0; a node that cannot be read repeats the value read before it, in the order input, mode, highest, min, max,
-    crit, memory; an unreadable first node gives 0.
+    Returns VEKML_SUCCESS; a node that cannot be read repeats the value read before it, in the order input, mode,
+    highest, min, max, crit, memory; an unreadable first node gives 0.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1594,8 +1614,9 @@ vekml_device_set_temper_info = Function(
     the call, and 3 s after each of the two writes that switch the control mode off and on again. Neither the pointers
     nor the value are checked.
 
-    Returns 0; 4 without root; -1 when the limit's write fails, the type is unknown or, after a minimum, a switch of the
-    control mode fails. A control mode always gives 0. Failures print a line, but for that of a control mode.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NO_PERMISSION without root; VEKML_ERROR_NODE_IO when the limit's write fails, the
+    type is unknown or, after a minimum, a switch of the control mode fails. A control mode always gives VEKML_SUCCESS.
+    Failures print a line, but for that of a control mode.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1609,7 +1630,7 @@ vekml_device_get_fan_ctrl_mode = Function(
     "vekml_device_get_fan_ctrl_mode",
     """Control mode from HWMON/fan1_ctrl_mode; 0 is firmware control.
 
-    Returns 0, with 0 stored when unreadable.
+    Returns VEKML_SUCCESS, with 0 stored when unreadable.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1619,7 +1640,7 @@ vekml_device_get_fan_pwm = Function(
     "vekml_device_get_fan_pwm",
     """PWM value from HWMON/pwm1.
 
-    Returns 0, with 0 stored when unreadable.
+    Returns VEKML_SUCCESS, with 0 stored when unreadable.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1629,7 +1650,7 @@ vekml_device_get_pwm_min = Function(
     "vekml_device_get_pwm_min",
     """Lowest PWM value from HWMON/pwm1_min.
 
-    Returns 0, with 0 stored when unreadable.
+    Returns VEKML_SUCCESS, with 0 stored when unreadable.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1639,7 +1660,7 @@ vekml_device_get_pwm_max = Function(
     "vekml_device_get_pwm_max",
     """Highest PWM value from HWMON/pwm1_max.
 
-    Returns 0, with 0 stored when unreadable.
+    Returns VEKML_SUCCESS, with 0 stored when unreadable.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1649,7 +1670,7 @@ vekml_device_get_fan_speed = Function(
     "vekml_device_get_fan_speed",
     """Fan speed from HWMON/fan1_input.
 
-    Returns 0, with 0 stored when unreadable.
+    Returns VEKML_SUCCESS, with 0 stored when unreadable.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1659,7 +1680,7 @@ vekml_device_get_min_max_fan_speed = Function(
     "vekml_device_get_min_max_fan_speed",
     """Fan speed bounds from HWMON/fan1_min and HWMON/fan1_max.
 
-    Returns 0, with 0 stored when unreadable.
+    Returns VEKML_SUCCESS, with 0 stored when unreadable.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1670,7 +1691,8 @@ vekml_device_get_support_fan_info = Function(
     "vekml_device_get_support_fan_info",
     """Whether the board has a controllable fan, from HWMON/vek_support_fan_info: 1 or 0.
 
-    Returns 0; 2 when the handle or `support` is null; 6 when the node is unreadable, with 0 stored.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT when the handle or `support` is null; VEKML_ERROR_NOT_FOUND when
+    the node is unreadable, with 0 stored.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1680,7 +1702,8 @@ vekml_device_set_fan_ctrl_mode = Function(
     "vekml_device_set_fan_ctrl_mode",
     """Set the control mode, "0" (firmware) or "1" (host).
 
-    Returns 0, also for another value, which is not written; 4 without root; -1 when the write fails.
+    Returns VEKML_SUCCESS, also for another value, which is not written; VEKML_ERROR_NO_PERMISSION without root;
+    VEKML_ERROR_NODE_IO when the write fails.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1690,8 +1713,8 @@ vekml_device_set_fan_pwm1 = Function(
     "vekml_device_set_fan_pwm1",
     """Set the PWM value of a PWM fan, 1950 to 5998.
 
-    Returns 0, also for a value out of range, which is not written; 4 without root; -1 when the board has no PWM fan or
-    the write fails.
+    Returns VEKML_SUCCESS, also for a value out of range, which is not written; VEKML_ERROR_NO_PERMISSION without root;
+    VEKML_ERROR_NODE_IO when the board has no PWM fan or the write fails.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1701,8 +1724,9 @@ vekml_device_set_fan1_speed = Function(
     "vekml_device_set_fan1_speed",
     """Set the target speed of a target-speed fan, 0 to 100 percent. The control mode must not be 0.
 
-    Returns 0; 4 without root; 999 when the control mode is unreadable; -1 when the board has a PWM fan, the value is
-    out of range, the firmware controls the fan or the write fails.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NO_PERMISSION without root; VEKML_ERROR_UNKNOWN when the control mode is
+    unreadable; VEKML_ERROR_NODE_IO when the board has a PWM fan, the value is out of range, the firmware controls the
+    fan or the write fails.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1732,7 +1756,7 @@ vekml_device_get_support_power_info = Function(
     "vekml_device_get_support_power_info",
     """Power-support number from HWMON/vek_support_power_info.
 
-    Returns 0; -1 when the node is unreadable, with all bits set stored.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NODE_IO when the node is unreadable, with all bits set stored.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1742,7 +1766,8 @@ vekml_device_is_support_power = Function(
     "vekml_device_is_support_power",
     """Whether power readings are supported: the number above on the maker's own boards, 0 on all others.
 
-    Returns 0; 2 for a null argument; -1 when the node is unreadable, with 0 stored.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument; VEKML_ERROR_NODE_IO when the node is
+    unreadable, with 0 stored.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1752,8 +1777,8 @@ vekml_device_get_power_info = Function(
     "vekml_device_get_power_info",
     """All four readings.
 
-    Returns 0; a node that cannot be read repeats the text read before it (the total is then 1000 times the average); an
-    unreadable first node gives 0.
+    Returns VEKML_SUCCESS; a node that cannot be read repeats the text read before it (the total is then 1000 times the
+    average); an unreadable first node gives 0.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1763,7 +1788,8 @@ vekml_device_set_power_volt = Function(
     "vekml_device_set_power_volt",
     """Set the core voltage through HWMON/in0_input; blocks for 500 ms after the write.
 
-    Returns 0; 4 without root or when the driver does not let the voltage be set; -1 when the write fails.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NO_PERMISSION without root or when the driver does not let the voltage be set;
+    VEKML_ERROR_NODE_IO when the write fails.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1773,7 +1799,8 @@ vekml_device_set_power_warn = Function(
     "vekml_device_set_power_warn",
     """Set the power cap HWMON/power1_cap, 1 to 19999.
 
-    Returns 0, also for a value out of range, which is not written; 4 without root; -1 when the write fails.
+    Returns VEKML_SUCCESS, also for a value out of range, which is not written; VEKML_ERROR_NO_PERMISSION without root;
+    VEKML_ERROR_NODE_IO when the write fails.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1812,7 +1839,8 @@ vekml_device_get_clock_info = Function(
     "vekml_device_get_clock_info",
     """Read one clock into its field and print it.
 
-    Returns 0, with 0 stored when unreadable; -1 when the type is unknown, with a line printed.
+    Returns VEKML_SUCCESS, with 0 stored when unreadable; VEKML_ERROR_NODE_IO when the type is unknown, with a line
+    printed.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1823,7 +1851,7 @@ vekml_device_get_clock = Function(
     "vekml_device_get_clock",
     """All five clocks, MHz.
 
-    Returns 0, with 0 stored for each that is unreadable.
+    Returns VEKML_SUCCESS, with 0 stored for each that is unreadable.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1833,7 +1861,8 @@ vekml_device_set_gfx_clock = Function(
     "vekml_device_set_gfx_clock",
     """Set the graphics clock: 50000000 to 1500000000 Hz in steps of 50000000.
 
-    Returns 0; 4 without root; -1 for any other value or when the write fails. Prints a line in every case.
+    Returns VEKML_SUCCESS; VEKML_ERROR_NO_PERMISSION without root; VEKML_ERROR_NODE_IO for any other value or when the
+    write fails. Prints a line in every case.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1846,7 +1875,7 @@ vekml_device_get_fan_speed_by_out_of_band = Function(
     "vekml_device_get_fan_speed_by_out_of_band",
     """Fan speed.
 
-    Returns 0; else as vekml_device_get_fan_speed.
+    Returns VEKML_SUCCESS; else as vekml_device_get_fan_speed.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1856,7 +1885,7 @@ vekml_device_get_temp_info_by_out_of_band = Function(
     "vekml_device_get_temp_info_by_out_of_band",
     """GPU and memory temperature, into `temp_input` and `gddr_temp`.
 
-    Returns 0; else as the in-band counterpart.
+    Returns VEKML_SUCCESS; else as the in-band counterpart.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1866,7 +1895,7 @@ vekml_device_get_power_info_by_out_of_band = Function(
     "vekml_device_get_power_info_by_out_of_band",
     """Voltage, current, power and total board power.
 
-    Returns 0; else as vekml_device_get_power_info.
+    Returns VEKML_SUCCESS; else as vekml_device_get_power_info.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1877,7 +1906,7 @@ vekml_device_query_by_out_of_band = Function(
     """What the firmware block tells of the whole record; otherwise vekml_device_query_two_parts, with the memory total
     in MiB, the graphics clock divided by 1000000 and the total power divided by 1000.
 
-    Returns 0; else as vekml_device_query_two_parts.
+    Returns VEKML_SUCCESS; else as vekml_device_query_two_parts.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1890,7 +1919,7 @@ vekml_get_vpu_functions_valid = Function(
     "vekml_get_vpu_functions_valid",
     """Whether the video libraries are installed: 1 or 0.
 
-    Returns 0; 2 when `valid` is null.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT when `valid` is null.
     """,
     vekml_return_t,
     valid=POINTER(c_uint32),
@@ -1900,10 +1929,11 @@ vekml_device_get_vpu_info = Function(
     """Codec capabilities of the GPU's video engines, through VA-API on "/dev/dri/cardN". Once a query has succeeded,
     the device record answers. Changes the process environment while it runs and restores it: callers serialise.
 
-    Returns 0; 2 for a null argument; 3 when there is no profile or entrypoint or the profiles cannot be queried; 4 when
-    the card node cannot be opened; 6 when it is missing; 12 when the video libraries are missing or cannot be loaded,
-    with the record initialised; 999 when VA-API cannot be started or memory runs out. Other failures leave the record
-    alone.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument; VEKML_ERROR_NOT_SUPPORTED when there is no
+    profile or entrypoint or the profiles cannot be queried; VEKML_ERROR_NO_PERMISSION when the card node cannot be
+    opened; VEKML_ERROR_NOT_FOUND when it is missing; VEKML_ERROR_LIBRARY_NOT_FOUND when the video libraries are missing
+    or cannot be loaded, with the record initialised; VEKML_ERROR_UNKNOWN when VA-API cannot be started or memory runs
+    out. Other failures leave the record alone.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1915,9 +1945,10 @@ vekml_device_get_vpu_utlz = Function(
     successful call (since vekml_init for the first; an out-of-band start takes no sample, so the first call then only
     takes it), from "/sys/kernel/debug/vpu/xmem".
 
-    Returns 0; 12 when the video libraries are missing; 2 for a null argument; the result of the sample that vekml_init
-    took, when that failed; 3 when the file lacks a number, the outputs are left alone then; 4, 6 or 999 when it may not
-    be opened, is missing, or cannot be opened otherwise.
+    Returns VEKML_SUCCESS; VEKML_ERROR_LIBRARY_NOT_FOUND when the video libraries are missing;
+    VEKML_ERROR_INVALID_ARGUMENT for a null argument; the result of the sample that vekml_init took, when that failed;
+    VEKML_ERROR_NOT_SUPPORTED when the file lacks a number, the outputs are left alone then; VEKML_ERROR_NO_PERMISSION,
+    VEKML_ERROR_NOT_FOUND or VEKML_ERROR_UNKNOWN when it may not be opened, is missing, or cannot be opened otherwise.
     """,
     vekml_return_t,
     handle=vekml_device_t,
