@@ -37,6 +37,7 @@ TEST_F(completion_test, follows_the_line_to_its_last_word)
     const std::vector<std::array<std::string, 2>> cases = {
         {"p", "ps power pcie"},
         {"list", "list"},
+        {"fan re", "reset"},
         {"--he", "--help"},
         {"--comp", ""},
         {"--out-of-band q", "query"},
@@ -53,7 +54,7 @@ TEST_F(completion_test, follows_the_line_to_its_last_word)
                            "--wake --deadline --version"},
         {"query --fields uuid,temperature_h", "uuid,temperature_highest"},
         {"query --fields=uuid,temperature_h", "--fields=uuid,temperature_highest"},
-        {"fan ", "set"},
+        {"fan ", "set reset"},
         {"temp set ", "min max crit ctrl"},
         {"temp set -i 1 cr", "crit"},
         {"temp set ctrl ", "0 1"},

@@ -23,6 +23,8 @@ constexpr entry commands[] = {
     {"dvfs", "dynamic voltage and frequency scaling", show_dvfs, false, true},
     {"pcie", "PCIe link, errors and events", show_pcie, false, true},
     {"vpu", "video codecs and the load of the video engines", show_video, false, true},
+    {"topology", "NUMA node, CPUs and the way through the PCI bridges", show_topology, false, true},
+    {"health", "a verdict per GPU: ok, warning, critical or unknown", show_health, true},
     {"why", "why values are missing, and what to do", explain_missing},
     version,
 };
@@ -50,11 +52,10 @@ void add_option(CLI::App &command, const std::string &names, const char *placeho
 void add_global_options(CLI::App &app, options &wanted)
 {
     app.set_help_flag("-h,--help", "help on the command");
-    add_option(app, "-i,--gpu", "GPU", "GPUs by index, range, PCI address or UUID",
-               [&](const std::string &text) {
-                   wanted.gpu = text;
-                   return !text.empty() && text.front() != '-';
-               });
+    add_option(app, "-i,--gpu", "GPU", "GPUs by index, range, PCI address or UUID", [&](const std::string &text) {
+        wanted.gpu = text;
+        return !text.empty() && text.front() != '-';
+    });
     add_option(app, "--format", "FORMAT", "table, csv or json", [&](const std::string &text) {
         const auto is_meant = [&](const format_name &f) { return f.name == text; };
         const auto *const found = std::find_if(std::begin(formats), std::end(formats), is_meant);
@@ -112,7 +113,16 @@ void add_set_command(CLI::App &family, const char *name, request_line &asked)
         return;
     CLI::App *set = family.add_subcommand("set", "change a value, as root");
     set->add_option("SETTING", asked.wanted.setting, "what to set, and the new value");
+    set->add_flag("--yes", asked.wanted.yes, "also a value outside the usual range")->disable_flag_override();
     set->final_callback([name, &asked] { asked.set_family = name; });
+    const char *what = nullptr;
+    if (const char *value = reset_of(name, what)) {
+        CLI::App *reset = family.add_subcommand("reset", "back to the driver's own control, as root");
+        reset->final_callback([=, &asked] {
+            asked.set_family = name;
+            asked.wanted.setting = {what, value};
+        });
+    }
 }
 
 // The commands that the line has named so far: none, "fan" or "fan set".
@@ -227,6 +237,13 @@ void describe(CLI::App &app, request_line &asked, std::vector<std::string> &help
             add_query_options(*sub, asked.wanted);
         if (e.run == monitor)
             add_monitor_options(*sub, asked.wanted);
+        if (e.run == list_processes)
+            add_option(*sub, "--sort", "KEY", "memory, pid or user", [&](const std::string &text) {
+                constexpr const char *orders[] = {"memory", "pid", "user"};
+                const auto *const found = std::find(std::begin(orders), std::end(orders), text);
+                asked.wanted.order = static_cast<process_order>(found - orders);
+                return found != std::end(orders);
+            });
         if (e.run == explain_missing)
             sub->add_option("FIELD", asked.wanted.words, "fields to explain; without one, all that are missing");
         add_set_command(*sub, e.name, asked);

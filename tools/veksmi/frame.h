@@ -29,6 +29,7 @@ struct usage_error : std::runtime_error {
 struct no_gpu_found {};
 
 enum class format { table, csv, json };
+enum class process_order { memory, pid, user };
 
 struct options {
     std::string gpu; // a list of indexes, ranges, PCI addresses and UUIDs; empty: all of them
@@ -43,6 +44,8 @@ struct options {
     long count = 0; // 0: without end
     bool until_lost = false;
     std::vector<std::string> setting;
+    bool yes = false; // also a value outside the usual range
+    process_order order = process_order::memory;
     std::vector<std::string> words; // behind the command
 };
 
@@ -62,7 +65,7 @@ int exit_status(int result);                   // the result code where it fits
 int status_of(const answers &gpus);            // the first failure, after telling of each; a sick GPU before all
 std::string what_became_of(const answer &gpu); // "stuck since 12:00:01: reading fan_speed"
 const char *meaning(int result);
-const char *hint_without_gpu(const options &); // goes on from "no GPU found"
+std::string hint_without_gpu(const options &); // goes on from "no GPU found"
 
 class session;
 using action = int (*)(const options &, session &);
@@ -84,9 +87,13 @@ int show_pcie(const options &, session &);
 int show_video(const options &, session &);
 int show_versions(const options &, session &);
 int explain_missing(const options &, session &);
+int show_health(const options &, session &);
+int show_topology(const options &, session &);
 
 void check_setting(const char *family, const options &); // throws usage_error
 int change_setting(const char *family, const options &, session &);
+// The value, and what it is set of, that hands FAMILY back to the driver's own control; null where there is none.
+const char *reset_of(std::string_view family, const char *&what);
 bool has_settings(std::string_view family);
 // All that FAMILY sets, or only WHAT; a usage_error where there is no such thing.
 std::string settings_help(const std::string &family, const std::string &what);

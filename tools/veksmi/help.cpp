@@ -14,7 +14,8 @@ constexpr const char *usage = R"(veksmi [-i GPU] [COMMAND] [OPTION...]: shows an
   query  ps                 chosen fields (--help-fields lists them); processes
   temp  fan  power  clock   readings and limits
   thermal  dvfs  pcie  vpu  protection, frequency scaling, link, video engines
-  why  version  help        why values are missing; versions; help COMMAND
+  health  why  topology     a verdict; why values are missing; the PCIe path
+  version  help             versions; help COMMAND tells more of one
 
   fan set fan 60            sets a value, as root; so do temp, power, clock,
   dvfs set 1                thermal and dvfs: "help fan" lists what and how much

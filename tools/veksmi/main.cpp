@@ -12,6 +12,11 @@
 
 namespace {
 
+std::string nothing_found(const options &wanted)
+{
+    return fmt::format("no GPU found{}", hint_without_gpu(wanted));
+}
+
 int run_on_gpus(const request_line &asked)
 {
     const options &wanted = asked.wanted;
@@ -23,7 +28,12 @@ int run_on_gpus(const request_line &asked)
         if (!known.empty() && known.front().driverless)
             throw usage_error(fmt::format("{} is not to be had out of band: it needs the driver", asked.what->name));
     }
-    return asked.what->run(wanted, gpus);
+    const int status = asked.what->run(wanted, gpus);
+    if (gpus.found_none()) {
+        complain(nothing_found(wanted));
+        return exit_status(VEKML_ERROR_NO_DATA);
+    }
+    return status;
 }
 
 int run(int argc, char **argv, request_line &asked)
@@ -72,8 +82,7 @@ int main(int argc, char **argv)
         } catch (const usage_error &error) {
             return close_output(refuse(error.what(), asked.wanted, exit_usage));
         } catch (const no_gpu_found &) {
-            const std::string why = fmt::format("no GPU found{}", hint_without_gpu(asked.wanted));
-            return close_output(refuse(why, asked.wanted, exit_status(VEKML_ERROR_NO_DATA)));
+            return close_output(refuse(nothing_found(asked.wanted), asked.wanted, exit_status(VEKML_ERROR_NO_DATA)));
         }
     } catch (const std::exception &error) { // memory ran out
         complain(error.what());

@@ -203,7 +203,7 @@ int monitor(const options &wanted, session &gpus)
     auto next = steady::now();
     for (long round = 1;; ++round) {
         const answers said = gpus.ask({.fields = writer.fields()}, interrupted.descriptor());
-        if (interrupted.came() || !writer.write(said))
+        if (interrupted.came() || !writer.write(said) || said.empty())
             return exit_done;
         const bool is_last =
             round == wanted.count || (wanted.until_lost && std::any_of(said.begin(), said.end(), is_gone));

@@ -207,7 +207,7 @@ void table::print() const
     };
     put(paint(colour::bold, line([&](std::size_t column) { return headings_[column].first; })) + "\n");
     for (const auto &row : rows_) {
-        const std::vector<std::string> ends = wrapped(row[last], width[last]);
+        const std::vector<std::string> ends = wraps_ ? wrapped(row[last], width[last]) : std::vector{row[last]};
         for (std::size_t i = 0; i < ends.size(); ++i)
             put(line([&](std::size_t column) {
                     return column == last ? ends[i] : i == 0 ? row[column] : std::string();

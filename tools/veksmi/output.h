@@ -34,18 +34,20 @@ std::size_t width_of(std::string_view text);        // in columns
 std::string shortened(std::string_view text, std::size_t width);
 
 // A table whose columns are as wide as they have to be, and no wider together than the output: the widest text columns
-// give way, but for the last one, which goes on in the next line.
+// give way, or the last one goes on in the next line.
 class table {
 public:
     enum class align { left, right };
     using heading = std::pair<std::string, align>;
     explicit table(std::vector<heading> headings) : headings_(std::move(headings)) {}
     void add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
+    void wrap_last() { wraps_ = true; }
     void print() const;
 
 private:
     std::vector<std::size_t> widths() const;
     std::vector<heading> headings_;
+    bool wraps_ = false;
     std::vector<std::vector<std::string>> rows_;
 };
 

@@ -3,4 +3,4 @@
 
 #include "frame.h"
 
-void print_processes(const answers &gpus); // a table by memory, largest first
+void print_processes(const answers &gpus, process_order order); // a table

@@ -10,7 +10,12 @@
 
 namespace {
 
-const extension extensions[] = {setting_extension};
+// Copied when the first session begins: the originals stand in other files.
+std::span<const extension> extensions()
+{
+    static const extension list[] = {setting_extension, topology_extension};
+    return list;
+}
 
 struct address {
     unsigned domain = 0, bus = 0, device = 0, function = 0;
@@ -65,7 +70,8 @@ session::session(const options &wanted)
     : readers_({.deadline = wanted.deadline,
                 .out_of_band = wanted.out_of_band,
                 .wake = wanted.wake,
-                .extensions = extensions})
+                .extensions = extensions()}),
+      shape_(wanted.shape)
 {
     if (!wanted.gpu.empty())
         choose(wanted.gpu);
@@ -75,7 +81,6 @@ void session::choose(const std::string &wanted)
 {
     const answers known = readers_.round({});
     tell_library_lines(known);
-    chosen_ = true;
     for (std::size_t start = 0; start <= wanted.size();) {
         const std::size_t comma = std::min(wanted.find(',', start), wanted.size());
         const std::string item = wanted.substr(start, comma - start);
@@ -94,7 +99,8 @@ void session::choose(const std::string &wanted)
 answers session::ask(const request &asked, int stop)
 {
     answers said = ask_any(asked, stop);
-    if (said.empty())
+    found_none_ = said.empty();
+    if (found_none_ && shape_ == format::table)
         throw no_gpu_found();
     return said;
 }
@@ -102,7 +108,8 @@ answers session::ask(const request &asked, int stop)
 answers session::ask_any(const request &asked, int stop)
 {
     answers said = readers_.round(asked, indexes_, stop);
-    tell_library_lines(said);
+    if (!asked.more.contains(setting_extension.name)) // whose lines are the reason of its failure
+        tell_library_lines(said);
     return said;
 }
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The commands that change something.
 #include "output.h"
-#include "readings/node.h"
 #include "session.h"
+#include "setting_table.h"
 
 #include <algorithm>
 #include <cstring>
@@ -10,75 +10,6 @@
 #include <unistd.h>
 
 namespace {
-
-struct setting {
-    const char *family;
-    const char *what; // empty where a family has one setting alone
-    const char *description;
-    const char *unit;
-    std::int64_t lowest, highest, step;
-    int pause; // for how many milliseconds the library blocks after the write
-    vekml_return_t (*apply)(vekml_device_t, const char *text);
-    const char *values = nullptr; // for what a range does not say
-};
-
-template <std::size_t Size>
-void copy(char (&field)[Size], const char *text)
-{
-    std::strncpy(field, text, Size - 1);
-}
-
-template <typename Record, auto Setter, auto Type, auto Member>
-vekml_return_t set_member(vekml_device_t handle, const char *text)
-{
-    Record record{};
-    copy(record.*Member, text);
-    return Setter(handle, &record, Type);
-}
-
-template <tem_type Type, auto Member>
-constexpr auto set_temperature = set_member<temper_set, vekml_device_set_temper_info, Type, Member>;
-template <thm_type Type, auto Member>
-constexpr auto set_thermal = set_member<thm_set, vekml_device_set_thermal_info, Type, Member>;
-
-// The library reports this write as done whatever became of it.
-vekml_return_t set_temperature_mode(vekml_device_t handle, const char *text)
-{
-    const vekml_return_t result = set_temperature<crtl_mode_type, &temper_set::ctrl_mode>(handle, text);
-    temper_info now{};
-    vekml_device_get_temper(handle, &now, crtl_mode_type);
-    missing why;
-    const std::string node = gpu(handle, false).hwmon_node("temp1_ctrl_mode");
-    const bool taken = lacks_number(node, why) == nullptr && std::to_string(now.ctrl_mode) == text;
-    return result == VEKML_SUCCESS && !taken ? VEKML_ERROR_NODE_IO : result;
-}
-
-// The library passes over some values out of range and reports success, and has room for four characters of a limit:
-// so the ranges are tested before it is called.
-constexpr setting settings[] = {
-    {"fan", "fan", "fan speed", "%", 0, 100, 1, 0, vekml_device_set_fan1_speed},
-    {"fan", "pwm", "fan PWM value", "", 1950, 5998, 1, 0, vekml_device_set_fan_pwm1},
-    {"fan", "mode", "fan control mode", "", 0, 1, 1, 0, vekml_device_set_fan_ctrl_mode, "0 firmware, 1 host"},
-    {"temp", "min", "lower temperature limit", "", -999, 9999, 1, 7000,
-     set_temperature<temper_min_type, &temper_set::temp_min>},
-    {"temp", "max", "upper temperature limit", "", -999, 9999, 1, 7000,
-     set_temperature<temper_max_type, &temper_set::temp_max>},
-    {"temp", "crit", "critical temperature limit", "", -999, 9999, 1, 7000,
-     set_temperature<temper_crit_type, &temper_set::temp_crit>},
-    {"temp", "ctrl", "temperature control mode", "", 0, 1, 1, 0, set_temperature_mode, "0 or 1"},
-    {"power", "cap", "power cap", "", 1, 19999, 1, 0, vekml_device_set_power_warn},
-    {"power", "volt", "core voltage", "", 1, 99999999, 1, 500, vekml_device_set_power_volt},
-    {"clock", "gfx", "graphics clock", "Hz", 50000000, 1500000000, 50000000, 0, vekml_device_set_gfx_clock},
-    {"thermal", "slowdown", "slowdown temperature", "", -999, 9999, 1, 1000,
-     set_thermal<temp_slowdown_type, &thm_set::temp_slowdown>},
-    {"thermal", "shutdown", "shutdown temperature", "", -999, 9999, 1, 1000,
-     set_thermal<temp_shutdown_type, &thm_set::temp_shutdown>},
-    {"thermal", "enable-slowdown", "slowdown protection", "", 0, 1, 1, 1000,
-     set_thermal<enable_thm_slowdown_type, &thm_set::enable_thm_slowdown>, "0 off, 1 on"},
-    {"thermal", "enable-shutdown", "shutdown protection", "", 0, 1, 1, 1000,
-     set_thermal<enable_thm_shutdown_type, &thm_set::enable_thm_shutdown>, "0 off, 1 on"},
-    {"dvfs", "", "DVFS switch", "", 0, 1, 1, 1000, vekml_device_set_dvfs_enable, "0 off, 1 on"},
-};
 
 bool is_named(const setting &s)
 {
@@ -106,7 +37,7 @@ std::string values_of(const setting &s)
 std::vector<const setting *> settings_of(std::string_view family)
 {
     std::vector<const setting *> list;
-    for (const setting &s : settings) {
+    for (const setting &s : all_settings()) {
         if (s.family == family)
             list.push_back(&s);
     }
@@ -128,14 +59,22 @@ const setting &find_setting(const std::string &family, const std::string &what)
 
 struct change {
     const setting &what;
-    std::string text; // of the new value
+    std::string text; // of the new value; empty where none was given
 };
+
+bool is_usual(const setting &s, std::int64_t number)
+{
+    const double shown = static_cast<double>(number) * present_units().scale(s.measured_in);
+    return (s.usual_lowest == 0 && s.usual_highest == 0) || (shown >= s.usual_lowest && shown <= s.usual_highest);
+}
 
 // The words behind "FAMILY set".
 change parse_change(const std::string &family, const std::vector<std::string> &words)
 {
     const setting &s = find_setting(family, words.empty() ? "" : words.front());
     const std::size_t values = words.size() - (is_named(s) ? 1 : 0);
+    if (values == 0)
+        return {s, ""};
     const auto number = values == 1 ? to_number<std::int64_t>(words.back()) : std::nullopt;
     if (!number || *number < s.lowest || *number > s.highest || *number % s.step != 0) {
         const std::string given =
@@ -145,20 +84,104 @@ change parse_change(const std::string &family, const std::vector<std::string> &w
     return {s, std::to_string(*number)};
 }
 
-// In the reader of the GPU: {"setting": its row, "text": of the new value}, and back what the library made of it.
-json apply(gpu &g, const json &argument)
+std::string usual_of(const setting &s)
 {
-    const setting &s = settings[argument.at("setting").get<std::size_t>()];
-    return s.apply(g.handle(), argument.at("text").get<std::string>().c_str());
+    return s.usual_lowest == s.usual_highest ? fmt::format("{:g}", s.usual_lowest)
+                                             : fmt::format("{:g} to {:g}", s.usual_lowest, s.usual_highest);
+}
+
+std::string number_text(const json &number, const setting &s)
+{
+    return number.is_null() ? "N/A" : fmt::format("{}{}{}", number.dump(), *s.unit == '\0' ? "" : " ", s.unit);
+}
+
+std::string words_of_library(const answer &gpu)
+{
+    std::string text = gpu.printed;
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    const value clean = text_value(text);
+    return is_present(clean) ? printable(text_of(clean)) : std::string();
+}
+
+json request_for(const setting &s)
+{
+    return {{"setting", &s - all_settings().data()}};
+}
+
+// Without a value: what it is now, what it may be, and how to go on.
+int show_settings(const std::vector<const setting *> &shown, session &gpus)
+{
+    int status = exit_done;
+    for (const setting *s : shown) {
+        const answers said = gpus.ask({.more = {{"set", request_for(*s)}}});
+        for (const answer &gpu : said) {
+            if (gpu.state == gpu_state::ok)
+                print("GPU {}: the {} is {}; {} takes {}\n", gpu.index, s->description,
+                      number_text(gpu.more.at("set").at("old"), *s), command_of(*s), values_of(*s));
+        }
+        status = std::max(status, s == shown.back() ? status_of(said) : exit_done);
+    }
+    print("To change it, as root: veksmi -i GPU {} VALUE\n",
+          shown.size() == 1 ? command_of(*shown.front()) : fmt::format("{} set WHAT", shown.front()->family));
+    return status;
+}
+
+void print_outcome(const setting &s, const std::string &text, const answer &gpu)
+{
+    const json &outcome = gpu.more.at("set");
+    const json &now = outcome.at("new");
+    const bool differs = !now.is_null() && now != to_number<std::int64_t>(text).value_or(0);
+    print("GPU {}: set the {} to {}{}{} ({} -> {})\n", gpu.index, s.description, text, *s.unit == '\0' ? "" : " ",
+          s.unit, number_text(outcome.at("old"), s), number_text(now, s));
+    if (differs)
+        complain(
+            fmt::format("GPU {}: the {} reads {} now, not {}", gpu.index, s.description, number_text(now, s), text));
+}
+
+void print_json(const setting &s, const std::string &text, const answer &gpu)
+{
+    json object = {{"index", gpu.index},
+                   {"card", gpu.card ? json(*gpu.card) : json()},
+                   {"bus_id", gpu.bus_id.empty() ? json() : json(gpu.bus_id)},
+                   {"state", name_of(gpu.state)},
+                   {"setting", command_of(s)},
+                   {"wanted", to_number<std::int64_t>(text).value_or(0)}};
+    const bool told = gpu.state == gpu_state::ok;
+    object["old"] = told ? gpu.more.at("set").at("old") : json();
+    object["new"] = told ? gpu.more.at("set").at("new") : json();
+    object["result"] = told ? gpu.more.at("set").at("result") : json();
+    const std::string words = words_of_library(gpu);
+    object["message"] =
+        told ? (words.empty() ? json() : json(words)) : json("it is not known whether the value was taken");
+    put(json_text({{"schema", 2}, {"gpus", json::array({object})}, {"units", json::object()}}) + "\n");
 }
 
 } // namespace
 
 void check_setting(const char *family, const options &wanted)
 {
-    if (wanted.shape != format::table)
-        throw usage_error("a set command has no --format");
-    parse_change(family, wanted.setting);
+    const bool without_value = settings_of(family).size() > 1 ? wanted.setting.size() < 2 : wanted.setting.empty();
+    if (wanted.shape == format::csv || (wanted.shape == format::json && without_value))
+        throw usage_error("a set command has the formats table and, with a value, json");
+    if (settings_of(family).size() > 1 && wanted.setting.empty())
+        return;
+    const auto [s, text] = parse_change(family, wanted.setting);
+    if (text.empty() || wanted.yes || is_usual(s, *to_number<std::int64_t>(text)))
+        return;
+    throw usage_error(
+        fmt::format("{} {} leaves the usual range ({}) and can cost the hardware; --yes sets it all the same",
+                    command_of(s), text, usual_of(s)));
+}
+
+const char *reset_of(std::string_view family, const char *&what)
+{
+    for (const setting *s : settings_of(family)) {
+        if (s->reset != nullptr) {
+            what = s->what;
+            return s->reset;
+        }
+    }
+    return nullptr;
 }
 
 bool has_settings(std::string_view family)
@@ -179,6 +202,10 @@ std::string settings_help(const std::string &family, const std::string &what)
     for (const setting *s : shown)
         help += fmt::format("  {:<{}}  {}: {}{}{}\n", command_of(*s), width, s->description, values_of(*s),
                             s->pause == 0 ? "" : "; blocks ", s->pause == 0 ? "" : pause_of(*s));
+    const char *reset = nullptr;
+    if (what.empty() && reset_of(family, reset) != nullptr)
+        help += fmt::format("veksmi [-i GPU] {} reset: back to the driver's own control, as root\n", family);
+    help += "Without VALUE the present one is shown. What leaves the usual range wants --yes.\n";
     return help;
 }
 
@@ -199,8 +226,14 @@ candidates next_of_setting(const std::string &family, const std::vector<std::str
 
 int change_setting(const char *family, const options &wanted, session &gpus)
 {
+    if (settings_of(family).size() > 1 && wanted.setting.empty())
+        return show_settings(settings_of(family), gpus);
     const auto [s, text] = parse_change(family, wanted.setting);
+    if (text.empty())
+        return show_settings({&s}, gpus);
     const answers known = gpus.ask({});
+    if (known.empty())
+        throw no_gpu_found();
     if (known.size() > 1)
         throw usage_error("there is more than one GPU: choose one with -i; veksmi list shows them");
     const answer &chosen = known.front();
@@ -208,24 +241,27 @@ int change_setting(const char *family, const options &wanted, session &gpus)
         throw usage_error("nothing can be set without the driver");
     if (chosen.state != gpu_state::ok)
         return status_of(known);
-    if (s.pause > 0 && geteuid() == 0) {
+    if (s.pause > 0 && geteuid() == 0 && wanted.shape == format::table) {
         print("GPU {}: setting the {} blocks for {}\n", chosen.index, s.description, pause_of(s));
         flush_output();
     }
-    const request asked{.more = {{"set", {{"setting", &s - settings}, {"text", text}}}},
-                        .extra = std::chrono::milliseconds(s.pause)};
-    const answers said = gpus.ask(asked);
+    json asked = request_for(s);
+    asked["text"] = text;
+    const answers said = gpus.ask({.more = {{"set", asked}}, .extra = std::chrono::milliseconds(s.pause)});
     const answer &gpu = said.front();
+    if (wanted.shape == format::json)
+        print_json(s, text, gpu);
     if (gpu.state != gpu_state::ok) {
         complain(fmt::format("GPU {}: it is not known whether the {} was set", gpu.index, s.description));
         return status_of(said);
     }
-    const int result = gpu.more.at("set").get<int>();
-    if (result == VEKML_SUCCESS)
-        print("GPU {}: set the {} to {}{}{}\n", gpu.index, s.description, text, *s.unit == '\0' ? "" : " ", s.unit);
-    else
-        complain(fmt::format("GPU {}: the {} was not set: {}", gpu.index, s.description, meaning(result)));
+    const int result = gpu.more.at("set").at("result").get<int>();
+    if (result == VEKML_SUCCESS && wanted.shape == format::table)
+        print_outcome(s, text, gpu);
+    else if (result != VEKML_SUCCESS) {
+        const std::string reason = words_of_library(gpu);
+        complain(fmt::format("GPU {}: the {} was not set: {}", gpu.index, s.description,
+                             reason.empty() ? meaning(result) : reason));
+    }
     return exit_status(result);
 }
-
-const extension setting_extension = {"set", apply};

@@ -99,6 +99,7 @@ int help_fields(const options &wanted)
     }
     using enum table::align;
     table rows({{"FIELD", left}, {"UNIT", left}, {"WHAT IT IS", left}});
+    rows.wrap_last();
     for (const field &f : all_fields)
         rows.add({f.key, facts_of(f.in).symbol, f.help});
     rows.print();

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What a result of the library, or the state of a GPU, means to the caller of the client.
+#include "host_facts.h"
 #include "output.h"
 
 #include <algorithm>
@@ -63,7 +64,7 @@ const char *meaning(int result)
     }
 }
 
-const char *hint_without_gpu(const options &wanted)
+std::string hint_without_gpu(const options &wanted)
 {
-    return wanted.out_of_band ? "" : "; where its driver is not loaded, try --out-of-band as root";
+    return wanted.out_of_band ? "" : without_driver();
 }

@@ -86,7 +86,7 @@ int show_summary(const options &wanted, session &gpus)
             print_gpu(gpu);
             put("\n");
         }
-        print_processes(said);
+        print_processes(said, process_order::memory);
     }
     return status_of(said);
 }
