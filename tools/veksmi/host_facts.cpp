@@ -43,7 +43,7 @@ std::string without_driver()
 {
     const unsigned count = controllers_of_ours();
     if (count == 0)
-        return ": PCI shows no controller of the maker on this host (lspci lists what there is)";
+        return ": PCI shows no controller of the maker (see lspci)";
     const std::string seen = fmt::format(": PCI shows {} controller{} of the maker", count, count == 1 ? "" : "s");
     const bool is_loaded = access("/sys/module/vekgpu", F_OK) == 0;
     return seen + (is_loaded ? ", and the module vekgpu is loaded but made no card of it: dmesg may tell why"

@@ -205,7 +205,7 @@ std::string settings_help(const std::string &family, const std::string &what)
     const char *reset = nullptr;
     if (what.empty() && reset_of(family, reset) != nullptr)
         help += fmt::format("veksmi [-i GPU] {} reset: back to the driver's own control, as root\n", family);
-    help += "Without VALUE the present one is shown. What leaves the usual range wants --yes.\n";
+    help += "Without VALUE the present one is shown; outside the usual range it takes --yes.\n";
     return help;
 }
 
