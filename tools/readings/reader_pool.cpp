@@ -434,22 +434,33 @@ struct reader_pool::state {
                 continue;
             if (!s.index)
                 s.index = next_index++;
-            if (s.wanted)
-                told.push_back(told_by(s));
+            if (!s.wanted)
+                continue;
+            told.push_back(told_by(s, s.answered ? std::move(s.said) : answer{}));
+            told.back().printed.insert(0, std::exchange(s.greeting.printed, {}));
         }
         std::sort(told.begin(), told.end(), [](const answer &a, const answer &b) { return a.index < b.index; });
     }
 
-    answer told_by(seat &s)
+    answers so_far() const
     {
-        answer one = s.answered ? std::move(s.said) : answer{};
+        answers known;
+        for (const seat &s : seats) {
+            if (s.wanted && s.index)
+                known.push_back(told_by(s, s.answered ? s.said : answer{}));
+        }
+        std::sort(known.begin(), known.end(), [](const answer &a, const answer &b) { return a.index < b.index; });
+        return known;
+    }
+
+    answer told_by(const seat &s, answer one) const
+    {
         one.state = s.answered ? gpu_state::ok : s.state;
         if (!s.answered && one.state == gpu_state::ok) { // the round was cut short
             one.state = gpu_state::stuck;
             one.detail = "not waited for";
         }
         one.index = *s.index;
-        one.printed.insert(0, std::exchange(s.greeting.printed, {}));
         if (!wanted.out_of_band || !s.greeting.driverless)
             one.card = s.number;
         one.driverless = s.greeting.driverless;
@@ -534,6 +545,11 @@ bool reader_pool::is_over() const
 const answers &reader_pool::result() const
 {
     return self_->told;
+}
+
+answers reader_pool::so_far() const
+{
+    return is_over() ? self_->told : self_->so_far();
 }
 
 int reader_pool::descriptor() const

@@ -43,6 +43,9 @@ public:
     bool advance();
     bool is_over() const;
     const answers &result() const;
+    // Of a round that is not over: as if it were cut short now, though it goes on. Without GPUs that no round has told
+    // of yet.
+    answers so_far() const;
     int descriptor() const; // for epoll or poll, readable
     std::optional<clock::time_point> due() const;
 
