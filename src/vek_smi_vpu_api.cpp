@@ -282,6 +282,7 @@ vekml_return_t vekml_device_get_vpu_info(vekml_device_t handle, Vpu_codec_info_s
         *info = handle->vpu_codec_info;
         return VEKML_SUCCESS;
     }
+    const closed_descriptors_taken for_others;
     va_library va;
     if (!found || !va.load(libva, libva_drm)) {
         TRACE("%s", libraries_missing);
