@@ -253,23 +253,44 @@ void take_error_total(vekml_return_t (*getter)(const char *, char *), vekml_devi
     copy_text(field, Size, text);
 }
 
-enum class clocks_taken { all, of_interest };
+/** Steps for what one getter delivers for one field. */
+template <auto getter, auto field>
+vekml_return_t take_field(const char *, vekml_device_t device, vekml_device_query_t *query)
+{
+    return take(getter, device, query->*field);
+}
+template <auto getter, auto field>
+vekml_return_t take_text_field(const char *, vekml_device_t device, vekml_device_query_t *query)
+{
+    take_text(getter, device, query->*field);
+    return VEKML_SUCCESS;
+}
 
-vekml_return_t take_clocks(vekml_device_t device, vekml_device_query_t *query, clocks_taken which)
+vekml_return_t take_name(const char *, vekml_device_t device, vekml_device_query_t *query)
+{
+    return vekml_device_get_name(device, query->name, sizeof query->name);
+}
+
+vekml_return_t take_clocks_of_interest(const char *, vekml_device_t device, vekml_device_query_t *query)
 {
     clock_info clocks{};
     const vekml_return_t result = vekml_device_get_clock(device, &clocks);
     query->clock[0] = static_cast<uint32_t>(clocks.gddr_phys_clk);
     query->clock[1] = static_cast<uint32_t>(clocks.gfx_clk);
     query->clock[3] = static_cast<uint32_t>(clocks.cmcu_clk);
-    if (which == clocks_taken::all) {
-        query->clock[2] = static_cast<uint32_t>(clocks.acpu_clk);
-        query->clock[4] = static_cast<uint32_t>(clocks.ndf_clk);
-    }
     return result;
 }
 
-vekml_return_t take_temperatures(vekml_device_t device, vekml_device_query_t *query)
+vekml_return_t take_all_clocks(const char *, vekml_device_t device, vekml_device_query_t *query)
+{
+    clock_info clocks{};
+    const vekml_return_t result = vekml_device_get_clock(device, &clocks);
+    const int32_t in_order[] = {clocks.gddr_phys_clk, clocks.gfx_clk, clocks.acpu_clk, clocks.cmcu_clk, clocks.ndf_clk};
+    std::copy(std::begin(in_order), std::end(in_order), query->clock);
+    return result;
+}
+
+vekml_return_t take_temperatures(const char *, vekml_device_t device, vekml_device_query_t *query)
 {
     temper_info temperatures{};
     const vekml_return_t result = vekml_device_get_temper_info(device, &temperatures);
@@ -279,7 +300,7 @@ vekml_return_t take_temperatures(vekml_device_t device, vekml_device_query_t *qu
     return result;
 }
 
-vekml_return_t take_power(vekml_device_t device, vekml_device_query_t *query)
+vekml_return_t take_power(const char *, vekml_device_t device, vekml_device_query_t *query)
 {
     power_info power{};
     const vekml_return_t result = vekml_device_get_power_info(device, &power);
@@ -290,15 +311,16 @@ vekml_return_t take_power(vekml_device_t device, vekml_device_query_t *query)
     return result;
 }
 
-void take_pci_ids(vekml_device_t device, vekml_device_query_t *query)
+vekml_return_t take_pci_ids(const char *, vekml_device_t device, vekml_device_query_t *query)
 {
     query->pci_ids[0] = static_cast<uint32_t>(device->device_id);
     query->pci_ids[1] = static_cast<uint32_t>(device->vendor_id);
     query->pci_ids[2] = static_cast<uint32_t>(device->subsystem_device_id);
     query->pci_ids[3] = static_cast<uint32_t>(device->subsystem_vendor_id);
+    return VEKML_SUCCESS;
 }
 
-vekml_return_t take_link(vekml_device_t device, vekml_device_query_t *query)
+vekml_return_t take_link(const char *, vekml_device_t device, vekml_device_query_t *query)
 {
     take(vekml_device_get_curr_pcie_link_width, device, query->curr_pcie_link_width);
     take(vekml_device_get_max_pcie_link_width, device, query->max_pcie_link_width);
@@ -308,15 +330,16 @@ vekml_return_t take_link(vekml_device_t device, vekml_device_query_t *query)
     return take(vekml_device_get_curr_pcie_link_generation, device, query->curr_pcie_link_generation);
 }
 
-void take_pcie_errors_and_mmbar(vekml_device_t device, vekml_device_query_t *query)
+vekml_return_t take_pcie_errors_and_mmbar(const char *, vekml_device_t device, vekml_device_query_t *query)
 {
     take_error_total(vekml_device_get_pcie_err_corr, device, query->pcie_err_corr);
     take_error_total(vekml_device_get_pcie_err_fatal, device, query->pcie_err_fatal);
     take_error_total(vekml_device_get_pcie_err_nonfatal, device, query->pcie_err_nonfatal);
     take_text(vekml_device_get_pcie_mmbar_type, device, query->pcie_mmbar_type);
+    return VEKML_SUCCESS;
 }
 
-vekml_return_t take_pcie_event(vekml_device_t device, vekml_device_query_t *query)
+vekml_return_t take_pcie_event(const char *, vekml_device_t device, vekml_device_query_t *query)
 {
     vekml_pcie_event_t event{};
     const vekml_return_t result = vekml_device_get_pcie_event(device, &event);
@@ -325,7 +348,7 @@ vekml_return_t take_pcie_event(vekml_device_t device, vekml_device_query_t *quer
     return result;
 }
 
-vekml_return_t take_pci_info(vekml_device_t device, vekml_device_query_t *query)
+vekml_return_t take_pci_info(const char *, vekml_device_t device, vekml_device_query_t *query)
 {
     vekml_pci_info_t pci{};
     const vekml_return_t result = vekml_device_get_pci_info(device, &pci);
@@ -399,52 +422,131 @@ vekml_return_t take_from_driver(const char *step, vekml_device_t device, vekml_d
     return result;
 }
 
-bool failed(vekml_return_t result, const char *message)
+vekml_return_t take_asic_type(const char *step, vekml_device_t device, vekml_device_query_t *query)
 {
-    if (result != VEKML_SUCCESS)
-        puts(message);
-    return result != VEKML_SUCCESS;
+    uint32_t type = VEKML_ASIC_TYPES; // no name, should the type not be had
+    vekml_device_get_asic_type(device, &type);
+    store_name(query->asic_type, name_at(asic_types, type));
+    TRACE_AS(step, "query->asci_type:%s", query->asic_type);
+    return VEKML_SUCCESS;
 }
 
-/** Stops at the first getter that fails and that the record cannot do without. */
+/** The device record keeps what the getter has just read. */
+vekml_return_t take_uuid(const char *, vekml_device_t device, vekml_device_query_t *query)
+{
+    char unused[20] = {};
+    vekml_device_get_uuid(device, unused);
+    copy_text(query->uuid, sizeof query->uuid, device->uuid);
+    return VEKML_SUCCESS;
+}
+
+vekml_return_t take_core_count(const char *step, vekml_device_t device, vekml_device_query_t *query)
+{
+    TRACE_AS(step, "call vekml_device_get_num_gpu_cores.");
+    const vekml_return_t result = take(vekml_device_get_num_gpu_cores, device, query->core);
+    TRACE_AS(step, "gpu core by ioctl: %d", query->core);
+    return result;
+}
+
+vekml_return_t take_gddr_size(const char *step, vekml_device_t device, vekml_device_query_t *query)
+{
+    TRACE_AS(step, "call vekml_device_get_gddr_size.");
+    const vekml_return_t result = take(vekml_device_get_gddr_size, device, query->gddr_size);
+    TRACE_AS(step, "gddr_size: %d\n GB", query->gddr_size);
+    return result;
+}
+
+vekml_return_t log_refreshed_power(const char *step, vekml_device_t, vekml_device_query_t *query)
+{
+    TRACE_AS(step, "in vek_smi_query_dynamic_info_helper_v2 query->pwr_total:%f", static_cast<double>(query->power[2]));
+    return VEKML_SUCCESS;
+}
+
+vekml_return_t log_queried_power(const char *step, vekml_device_t, vekml_device_query_t *query)
+{
+    TRACE_AS(step, "in vek_smi_query_api query->pwr_total:%f", static_cast<double>(query->power[2]));
+    return VEKML_SUCCESS;
+}
+
+// ---- The steps in their order ----
+
+using record = vekml_device_query_t;
+
+/** Who fills the live fields: the refresh, its fallback, the query of the whole record. */
+enum filler : unsigned { refresh = 1, fallback = 2, whole = 4, all = refresh | fallback | whole };
+
+/** One step. Only the refresh minds a failure; the others go on whatever comes of it. */
+struct live_step {
+    unsigned fillers;
+    vekml_return_t (*take)(const char *step, vekml_device_t device, vekml_device_query_t *query);
+    const char *complaint = nullptr; /**< of the refresh, on standard output */
+    bool essential = true;           /**< a complaint ends the refresh */
+};
+
+constexpr live_step live_steps[] = {
+    {all, take_field<vekml_device_get_display_status, &record::display_status>,
+     "call vekml_device_get_display_status to get display info failed."},
+    {refresh | whole, take_clocks_of_interest, "call vekml_device_get_clock to get clock info failed.", false},
+    {fallback, take_all_clocks},
+    {all, take_temperatures, "call vekml_device_get_temper_info to get temp info failed."},
+    {all, take_power, "call vekml_device_get_power_info to get power info failed."},
+    {refresh, log_refreshed_power},
+    {whole, log_queried_power},
+    {all, take_name, "call vekml_device_get_name to get name info failed."},
+    {whole, take_uuid},
+    {all, take_field<vekml_device_get_minor_number, &record::minor_number>,
+     "call vekml_device_get_minor_number to get minor number failed."},
+    {whole, take_text_field<vekml_device_get_vbios_version, &record::vbios_version>},
+    {whole, take_text_field<vekml_device_get_serial, &record::serial>},
+    {all, take_field<vekml_device_get_fan_speed, &record::fan_speed>,
+     "call vekml_device_get_fan_speed to get fan speed failed."},
+    {all, take_pci_ids},
+    {all, take_link, "get pcie failed."},
+    {all, take_text_field<vekml_device_get_primary_core_id, &record::primary_core_id>},
+    {whole, take_text_field<vekml_device_get_primary_id, &record::primary_id>},
+    {whole, take_asic_type},
+    {whole, take_core_count},
+    {whole, take_gddr_size},
+    {all, take_pcie_errors_and_mmbar},
+    {all, take_pcie_event, "call vekml_device_get_pcie_event to get pcie event info failed."},
+    {whole, take_field<vekml_device_get_support_fan_info, &record::support_fan_info>},
+    {whole, take_field<vekml_device_get_support_power_info, &record::support_power_info>},
+    {all, take_pci_info, "call vekml_device_get_pci_info to get pci info failed."},
+    {whole, take_text_field<vekml_device_get_fw_ver, &record::fw_ver>},
+    {whole, take_field<vekml_device_get_gddr_count, &record::gddr_count>},
+    {whole, take_field<vekml_device_get_gddr_speed, &record::gddr_speed>},
+};
+
+/** False when the refresh cannot do without a step that failed. */
+bool take_live_steps(filler who, const char *step, vekml_device_t device, vekml_device_query_t *query)
+{
+    for (const live_step &each : live_steps) {
+        if ((each.fillers & who) == 0)
+            continue;
+        const vekml_return_t result = each.take(step, device, query);
+        if (who != refresh || result == VEKML_SUCCESS || each.complaint == nullptr)
+            continue;
+        puts(each.complaint);
+        if (each.essential)
+            return false;
+    }
+    return true;
+}
+
+/** Fails where the fallback is to fill the record again. */
 bool vekml_device_query_dynamic_info_helper_v2(vekml_device_t device, vekml_device_query_t *query)
 {
     TRACE("enter vekml_device_query_dynamic_info_helper_v2");
-    if (failed(take(vekml_device_get_display_status, device, query->display_status),
-               "call vekml_device_get_display_status to get display info failed."))
-        return false;
-    failed(take_clocks(device, query, clocks_taken::of_interest),
-           "call vekml_device_get_clock to get clock info failed.");
-    if (failed(take_temperatures(device, query), "call vekml_device_get_temper_info to get temp info failed."))
-        return false;
-    if (failed(take_power(device, query), "call vekml_device_get_power_info to get power info failed."))
-        return false;
-    TRACE("in vek_smi_query_dynamic_info_helper_v2 query->pwr_total:%f", static_cast<double>(query->power[2]));
-    if (failed(vekml_device_get_name(device, query->name, sizeof query->name),
-               "call vekml_device_get_name to get name info failed."))
-        return false;
-    if (failed(take(vekml_device_get_minor_number, device, query->minor_number),
-               "call vekml_device_get_minor_number to get minor number failed."))
-        return false;
-    if (failed(take(vekml_device_get_fan_speed, device, query->fan_speed),
-               "call vekml_device_get_fan_speed to get fan speed failed."))
-        return false;
-    take_pci_ids(device, query);
-    if (failed(take_link(device, query), "get pcie failed."))
-        return false;
-    take_text(vekml_device_get_primary_core_id, device, query->primary_core_id);
-    take_pcie_errors_and_mmbar(device, query);
-    if (failed(take_pcie_event(device, query), "call vekml_device_get_pcie_event to get pcie event info failed."))
-        return false;
-    if (failed(take_pci_info(device, query), "call vekml_device_get_pci_info to get pci info failed."))
+    if (!take_live_steps(refresh, __func__, device, query))
         return false;
     if (take(vekml_device_get_mem_info, device, query->memory) != VEKML_SUCCESS) {
         TRACE("call vekml_device_get_mem_info to get mem info failed.");
         return false;
     }
-    if (failed(take(vekml_device_get_util_info, device, query->util),
-               "call vekml_device_get_util_info to get util info failed."))
+    if (take(vekml_device_get_util_info, device, query->util) != VEKML_SUCCESS) {
+        puts("call vekml_device_get_util_info to get util info failed.");
         return false;
+    }
     take_processes(__func__, device, query);
     if (take_gddr_crc(__func__, device, query) != VEKML_SUCCESS)
         return false;
@@ -468,42 +570,12 @@ bool vekml_device_query_dynamic_info_helper_v2(vekml_device_t device, vekml_devi
 vekml_return_t vekml_device_query_dynamic_info_helper_v1(vekml_device_t device, vekml_device_query_t *query)
 {
     TRACE("enter vekml_device_query_dynamic_info_helper_v1");
-    take(vekml_device_get_display_status, device, query->display_status);
-    take_clocks(device, query, clocks_taken::all);
-    take_temperatures(device, query);
-    take_power(device, query);
-    vekml_device_get_name(device, query->name, sizeof query->name);
-    take(vekml_device_get_minor_number, device, query->minor_number);
-    take(vekml_device_get_fan_speed, device, query->fan_speed);
-    take_pci_ids(device, query);
-    take_link(device, query);
-    take_text(vekml_device_get_primary_core_id, device, query->primary_core_id);
-    take_pcie_errors_and_mmbar(device, query);
-    take_pcie_event(device, query);
-    take_pci_info(device, query);
+    take_live_steps(fallback, __func__, device, query);
     take(vekml_device_get_mem_info, device, query->memory);
     const vekml_return_t result = take_from_driver(__func__, device, query);
     if (result == VEKML_SUCCESS)
         TRACE("exit vekml_device_query_dynamic_info_helper_v1");
     return result;
-}
-
-// ---- The whole record: steps ----
-
-void take_asic_type(const char *step, vekml_device_t device, vekml_device_query_t *query)
-{
-    uint32_t type = VEKML_ASIC_TYPES; // no name, should the type not be had
-    vekml_device_get_asic_type(device, &type);
-    store_name(query->asic_type, name_at(asic_types, type));
-    TRACE_AS(step, "query->asci_type:%s", query->asic_type);
-}
-
-/** The device record keeps what the getter has just read. */
-void take_uuid(vekml_device_t device, vekml_device_query_t *query)
-{
-    char unused[20] = {};
-    vekml_device_get_uuid(device, unused);
-    copy_text(query->uuid, sizeof query->uuid, device->uuid);
 }
 
 } // namespace
@@ -529,36 +601,7 @@ vekml_return_t vekml_device_query_dynamic_info(vekml_device_t device, vekml_devi
 vekml_return_t vekml_device_query(vekml_device_t device, vekml_device_query_t *query)
 {
     TRACE("enter vekml_device_query");
-    take(vekml_device_get_display_status, device, query->display_status);
-    take_clocks(device, query, clocks_taken::of_interest);
-    take_temperatures(device, query);
-    take_power(device, query);
-    TRACE("in vek_smi_query_api query->pwr_total:%f", static_cast<double>(query->power[2]));
-    vekml_device_get_name(device, query->name, sizeof query->name);
-    take_uuid(device, query);
-    take(vekml_device_get_minor_number, device, query->minor_number);
-    take_text(vekml_device_get_vbios_version, device, query->vbios_version);
-    take_text(vekml_device_get_serial, device, query->serial);
-    take(vekml_device_get_fan_speed, device, query->fan_speed);
-    take_pci_ids(device, query);
-    take_link(device, query);
-    take_text(vekml_device_get_primary_core_id, device, query->primary_core_id);
-    take_text(vekml_device_get_primary_id, device, query->primary_id);
-    take_asic_type(__func__, device, query);
-    TRACE("call vekml_device_get_num_gpu_cores.");
-    take(vekml_device_get_num_gpu_cores, device, query->core);
-    TRACE("gpu core by ioctl: %d", query->core);
-    TRACE("call vekml_device_get_gddr_size.");
-    take(vekml_device_get_gddr_size, device, query->gddr_size);
-    TRACE("gddr_size: %d\n GB", query->gddr_size);
-    take_pcie_errors_and_mmbar(device, query);
-    take_pcie_event(device, query);
-    take(vekml_device_get_support_fan_info, device, query->support_fan_info);
-    take(vekml_device_get_support_power_info, device, query->support_power_info);
-    take_pci_info(device, query);
-    take_text(vekml_device_get_fw_ver, device, query->fw_ver);
-    take(vekml_device_get_gddr_count, device, query->gddr_count);
-    take(vekml_device_get_gddr_speed, device, query->gddr_speed);
+    take_live_steps(whole, __func__, device, query);
     take(vekml_device_get_mem_info, device, query->memory);
     const vekml_return_t result = take_from_driver(__func__, device, query);
     if (result == VEKML_SUCCESS)
