@@ -8,6 +8,7 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
@@ -70,6 +71,8 @@ TEST_F(debug_log_test, only_a_file_past_the_limit_is_emptied)
 
 TEST_F(debug_log_test, a_log_that_may_not_be_read_is_appended_to_whatever_its_size)
 {
+    if (syscall(SYS_geteuid) != 0) // the host plays root to everyone
+        GTEST_SKIP() << "only root becomes another user";
     host.write(log_file, std::string(limit + 1, 'x'));
     host.set_mode(log_file, 0222);
     host.set_mode("/tmp", 0755);
