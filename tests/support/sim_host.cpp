@@ -163,7 +163,7 @@ run_result run(std::vector<std::string> argv, const environment &extra, const st
 sim_host::sim_host()
 {
     vekml::video_libraries_lookup = PTHREAD_ONCE_INIT; // as in a new process
-    host.set_euid(0); // whoever runs the tests
+    host.set_euid(0);                                  // whoever runs the tests
     veksim_use(host.root().c_str());
 }
 
