@@ -8,6 +8,7 @@
 #include "drm_card.h"
 #include "host_tree.h"
 #include "vek_smi_utils.h"
+#include "vek_smi_vpu_api.h"
 #include "vekml.h"
 #include "veksim.h"
 
