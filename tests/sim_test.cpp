@@ -259,6 +259,7 @@ TEST_F(sim_test, a_node_hangs_until_it_is_let_go)
         if (child == 0)
             _exit(reading_of(node).empty());
         EXPECT_EQ(reading.wait_for(std::chrono::milliseconds(60)), std::future_status::timeout) << name;
+        EXPECT_EQ(slurp(host.card(0, "device/power/runtime_status")), "active\n") << "which no driver answers";
         int status = 0;
         EXPECT_EQ(waitpid(child, &status, WNOHANG), 0) << name;
         kill(child, SIGKILL);

@@ -16,7 +16,22 @@ namespace {
 
 constexpr const char stuck_directory[] = "/host/stuck";
 
-// An entry makes reading its node hang; in place of a directory, opening anything below that.
+// What the kernel itself says of a device, whatever its driver does.
+bool is_kernels_own(const char *path)
+{
+    static constexpr const char *names[] = {
+        "/power/",    "/config",   "/vendor",      "/device",    "/subsystem_",    "/class",
+        "/revision",  "/irq",      "/enable",      "/numa_node", "/local_cpulist", "/current_link_",
+        "/max_link_", "/resource", "/power_state", "/uevent",    "/aer_dev_",      "/modalias"};
+    const char *below = strstr(path, "/device/");
+    for (const char *name : names) {
+        if (below != nullptr && strncmp(below + sizeof "/device" - 1, name, strlen(name)) == 0)
+            return true;
+    }
+    return false;
+}
+
+// An entry makes reading its node hang; in place of a directory, opening whatever the driver answers below that.
 moment entry_sticks(const char *entry)
 {
     struct stat info;
@@ -24,7 +39,7 @@ moment entry_sticks(const char *entry)
     moment sticks = moment::never;
     if (libc::fstatat(AT_FDCWD, entry, &info, 0) == 0)
         sticks = S_ISDIR(info.st_mode) ? moment::never : moment::reading;
-    else if (errno == ENOTDIR)
+    else if (errno == ENOTDIR && !is_kernels_own(entry))
         sticks = moment::opening;
     errno = saved;
     return sticks;

@@ -36,7 +36,7 @@ struct version_block {
     std::size_t description_length;
     char *description;
 };
-constexpr std::size_t largest_reply = 1 << 20; // that a pipe may give
+constexpr std::size_t largest_reply = 1 << 20; // in text
 constexpr unsigned version_request = _IOWR('d', 0x00, version_block);
 
 // The caller first asks with length 0, then comes back with room for that length.
@@ -187,7 +187,8 @@ char *read_reply(const char *path)
         return nullptr;
     struct stat info {};
     libc::fstat(fd, &info);
-    std::size_t room = S_ISFIFO(info.st_mode) ? largest_reply : static_cast<std::size_t>(info.st_size);
+    std::size_t room =
+        S_ISFIFO(info.st_mode) ? largest_reply : std::min(largest_reply, static_cast<std::size_t>(info.st_size));
     char *text = S_ISDIR(info.st_mode) ? nullptr : static_cast<char *>(malloc(room + 1));
     std::size_t length = 0;
     for (ssize_t size = 1; text != nullptr && size > 0; length += static_cast<std::size_t>(std::max<ssize_t>(size, 0)))
