@@ -8,7 +8,7 @@ from typing import List, Optional
 
 from . import VekgpuError, session
 
-HEADINGS = ("INDEX", "CARD", "MODEL", "NAME", "BUS ID", "UUID")
+HEADINGS = ("INDEX", "CARD", "MODEL", "NAME", "BUS ID", "UUID", "STATE")
 RIGHT = ("INDEX", "CARD")
 # Control characters, marks of direction, line separators, and what stands for bytes that are no text.
 OBEYED = re.compile("[\x00-\x1f\x7f-\x9f\u061c\u200e\u200f\u2028-\u202e\u2066-\u2069\ufeff\ufffd]")
@@ -26,7 +26,8 @@ def main() -> int:
     try:
         with session() as gpus:
             rows = [
-                [cell(value) for value in (gpu.index, gpu.card, gpu.model, gpu.name, gpu.bus_id, gpu.uuid)]
+                # One that hung would not have let us come here.
+                [cell(value) for value in (gpu.index, gpu.card, gpu.model, gpu.name, gpu.bus_id, gpu.uuid, "ok")]
                 for gpu in gpus
             ]
     except VekgpuError as error:
