@@ -3,6 +3,7 @@
 
 #include "output.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <functional>
 

@@ -3,8 +3,16 @@
 
 #include "frame.h"
 
-#include <CLI/CLI.hpp>
+#include <optional>
 #include <span>
+#include <string>
+#include <vector>
+
+// The argument library is large; only the files that speak to it include it.
+namespace CLI {
+class App;
+class Option;
+} // namespace CLI
 
 // What there is to run, and what it stands on.
 struct entry {

@@ -5,6 +5,8 @@
 #include "output.h"
 #include "session.h"
 
+#include <CLI/CLI.hpp>
+
 namespace {
 
 // Where the words so far have led.

@@ -2,6 +2,8 @@
 #include "command_line.h"
 #include "output.h"
 
+#include <CLI/CLI.hpp>
+
 namespace {
 
 constexpr const char *usage = R"(veksmi [-i GPU] [COMMAND] [OPTION...]: shows and sets the GPUs of this host
