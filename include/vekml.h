@@ -173,7 +173,9 @@ typedef struct vekml_device_record {
     uint64_t last_dec_vcmd_num;       /**< decoder commands executed at the previous sample */
     uint64_t last_sample_sec;         /**< time of the previous sample, seconds since the epoch */
     uint64_t last_sample_usec;        /**< and its microseconds */
-    void *mapped_bar0;                /**< the mapped 32 MiB window of BAR0, or null */
+    /** The mapped 32 MiB window of BAR0, or null. It is device memory: read it with aligned loads of at most 32 bits,
+     *  never with memcpy or the like. */
+    void *mapped_bar0;
     uint32_t bar0_mapped;             /**< 1 once `mapped_bar0` is valid, else 0 */
 } vekml_device_record_t;
 
@@ -230,12 +232,14 @@ VEKML_API vekml_return_t vekml_shutdown(void);
 VEKML_API vekml_return_t vekml_out_of_band_init(void);
 
 /**
- * Map one GPU's BAR0 window and take a snapshot of its firmware information block into its device record.
+ * Map one GPU's BAR0 window and take a snapshot of its firmware information block into its device record. A GPU whose
+ * memory is switched off is enabled first. ::vekml_shutdown unmaps the window, whether or not the entry is in use.
  *
  * @param gpu_index position in the device table
  * @param dev the GPU as libpciaccess lists it, probed
  * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NO_PERMISSION without root; ::VEKML_ERROR_NODE_IO when "/dev/mem" cannot be
- *         opened, BAR0 is absent or not page-aligned, the mapping fails, or the index is outside the table.
+ *         opened, BAR0 is absent, not page-aligned, not memory or smaller than the window, the mapping fails, or the
+ *         index is outside the table.
  */
 VEKML_API vekml_return_t vekml_pci_out_of_band_manager(uint32_t gpu_index, struct pci_device *dev);
 

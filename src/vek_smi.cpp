@@ -304,14 +304,36 @@ void discover_pci_controllers()
     is_vekgpu_driver_loaded(last);
 }
 
-/** Null, with the reason in errno, when BAR0 cannot be mapped; a controller without one has address 0. */
-void *map_bar0(const unique_fd &memory, pciaddr_t base)
+/** Have the kernel switch a controller's memory on where the firmware left it off; without it nothing answers there. */
+void enable_memory(pci_device *controller)
 {
-    if (base == 0) {
+    constexpr pciaddr_t command_word = 4;
+    constexpr std::uint16_t memory_decoding = 2;
+    // There is no iterator either when libpciaccess is not started; its other calls do not look.
+    const bool pci_system_answers = unique_iterator(pci_id_match_iterator_create(nullptr)) != nullptr;
+    std::uint16_t command = 0;
+    if (pci_system_answers && pci_device_cfg_read_u16(controller, &command, command_word) == 0 &&
+        (command & memory_decoding) == 0)
+        pci_device_enable(controller);
+}
+
+/** A controller without BAR0 has address 0; not every one tells its size. */
+bool holds_window(const pci_mem_region &bar0)
+{
+    return bar0.base_addr != 0 && bar0.is_IO == 0 && (bar0.size == 0 || bar0.size >= bar0_window);
+}
+
+/** Null, with the reason in errno, when BAR0 cannot be mapped. */
+void *map_bar0(const unique_fd &memory, pci_device *controller)
+{
+    const pci_mem_region &region = controller->regions[0];
+    if (!holds_window(region)) {
         errno = ENXIO;
         return nullptr;
     }
-    void *bar0 = mmap(nullptr, bar0_window, PROT_READ | PROT_WRITE, MAP_SHARED, memory.get(), static_cast<off_t>(base));
+    enable_memory(controller);
+    void *bar0 = mmap(nullptr, bar0_window, PROT_READ | PROT_WRITE, MAP_SHARED, memory.get(),
+                      static_cast<off_t>(region.base_addr));
     return bar0 == MAP_FAILED ? nullptr : bar0;
 }
 
@@ -378,9 +400,11 @@ vekml_return_t vekml_init_card(uint32_t card_index)
 vekml_return_t vekml_shutdown(void)
 {
     TRACE("enter vekml_shutdown");
-    int i = 0;
-    for (auto &device : devices()) {
-        TRACE("munmap mapped_bar0 for device :%d", i++);
+    // Entries past the count have windows too: of an earlier start, or mapped for a caller.
+    for (std::uint32_t i = 0; i < VEKML_MAX_DEVICES; ++i) {
+        const auto &device = globals.devices[i];
+        if (i < globals.count)
+            TRACE("munmap mapped_bar0 for device :%d", static_cast<int>(i));
         if (device.bar0_mapped != 0 && munmap(device.mapped_bar0, bar0_window) != 0) {
             perror("munmap");
             return VEKML_ERROR_NODE_IO;
@@ -424,7 +448,7 @@ vekml_return_t vekml_pci_out_of_band_manager(uint32_t gpu_index, struct pci_devi
         printf("Address of BAR0 is not page aligned. page size:%d.\n", static_cast<int>(page_size));
         return VEKML_ERROR_NODE_IO;
     }
-    void *mapped = map_bar0(memory, base);
+    void *mapped = map_bar0(memory, dev);
     if (mapped == nullptr) {
         perror("failed to mmap BAR0");
         return VEKML_ERROR_NODE_IO;

@@ -161,19 +161,26 @@ TEST_F(out_of_band_test, with_the_driver_it_is_the_in_band_start)
 
 TEST_F(out_of_band_test, a_gpu_that_cannot_be_mapped_stays_in_band)
 {
+    constexpr std::uint64_t base = 0x40000000;
+    const std::string no_window = "failed to mmap BAR0: No such device or address\n";
     const struct {
         const char *missing;
         unsigned uid;
-        std::uint64_t bar0;
+        std::uint64_t bar0, size;
+        bool ports;
         vekml_return_t result;
         std::string printed, error;
     } cases[] = {
-        {"/none", 1000, 0x40000000, VEKML_ERROR_NO_PERMISSION,
+        {"/none", 1000, base, 0, false, VEKML_ERROR_NO_PERMISSION,
          "Permission denied!\nplease run this command with root authority\n", ""},
-        {"/none", 0, 0x40000100, VEKML_ERROR_NODE_IO,
+        {"/none", 0, base + 0x100, 0, false, VEKML_ERROR_NODE_IO,
          "Address of BAR0 is not page aligned. page size:" + std::to_string(sysconf(_SC_PAGESIZE)) + ".\n", ""},
-        {"/none", 0, 0, VEKML_ERROR_NODE_IO, "", "failed to mmap BAR0: No such device or address\n"},
-        {"/dev/mem", 0, 0x40000000, VEKML_ERROR_NODE_IO, "", "failed to open /dev/mem.: No such file or directory\n"},
+        {"/none", 0, 0, 0, false, VEKML_ERROR_NODE_IO, "", no_window},
+        {"/none", 0, base, 0, true, VEKML_ERROR_NODE_IO, "", no_window},
+        {"/none", 0, base, 0x1FFFFFF, false, VEKML_ERROR_NODE_IO, "", no_window},
+        {"/none", 0, base, 0x2000000, false, VEKML_SUCCESS, "", ""},
+        {"/dev/mem", 0, base, 0, false, VEKML_ERROR_NODE_IO, "",
+         "failed to open /dev/mem.: No such file or directory\n"},
     };
     host.add_bare_gpu();
     EXPECT_EQ(vekml_pci_out_of_band_manager(0, nullptr), VEKML_ERROR_NODE_IO);
@@ -182,13 +189,48 @@ TEST_F(out_of_band_test, a_gpu_that_cannot_be_mapped_stays_in_band)
         host.set_euid(c.uid);
         pci_device controller{};
         controller.regions[0].base_addr = c.bar0;
+        controller.regions[0].size = c.size;
+        controller.regions[0].is_IO = c.ports;
         testing::internal::CaptureStderr();
         EXPECT_EQ(standard_output([&] { EXPECT_EQ(vekml_pci_out_of_band_manager(0, &controller), c.result); }),
                   c.printed);
         EXPECT_EQ(testing::internal::GetCapturedStderr(), c.error);
     }
+    vekml_shutdown();
     start_out_of_band();
     EXPECT_EQ(readings(), std::vector<int>(7));
+}
+
+TEST_F(out_of_band_test, memory_that_is_switched_off_is_enabled_before_it_is_mapped)
+{
+    const std::string device = "/sys/bus/pci/devices/0000:03:00.0/";
+    host.add_bare_gpu();
+    for (const auto &[command, enabled] : {std::pair{'\6', "0"}, {'\4', "1"}}) {
+        std::string space = host.read(device + "config");
+        space[4] = command;
+        host.write(device + "config", space);
+        host.write(device + "enable", "0");
+        EXPECT_EQ(start_out_of_band(), "");
+        EXPECT_EQ(host.read(device + "enable"), enabled);
+        EXPECT_EQ(windows(), 1);
+        vekml_shutdown();
+    }
+    host.remove(device + "enable");
+    start_out_of_band();
+    EXPECT_EQ(windows(), 1) << "whatever the kernel says";
+}
+
+TEST_F(out_of_band_test, a_window_past_the_count_is_unmapped_too)
+{
+    host.add_bare_gpu();
+    pci_device controller{};
+    controller.regions[0].base_addr = host.config(0).bar0;
+    EXPECT_EQ(vekml_pci_out_of_band_manager(15, &controller), VEKML_SUCCESS);
+    EXPECT_EQ(vekml_pci_out_of_band_manager(16, &controller), VEKML_ERROR_NODE_IO);
+    EXPECT_EQ(windows(), 1);
+    EXPECT_EQ(vekml_shutdown(), VEKML_SUCCESS);
+    EXPECT_EQ(windows(), 0);
+    EXPECT_FALSE(logged("vekml_shutdown", "munmap"));
 }
 
 TEST_F(out_of_band_test, starts_on_a_bus_that_breaks_and_overflows)
