@@ -12,8 +12,10 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <optional>
 #include <pthread.h>
 #include <string_view>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 
@@ -40,37 +42,53 @@ unique_fd open_log()
     return log;
 }
 
-/** A log that has grown past the limit is emptied, unless it may not be read: its size then stays unknown. False for
- *  one that can only grow. */
-bool empty_when_full(int log, std::uint64_t size)
+/** A file with another name is somebody else's as well: what they keep there is not ours to empty. */
+bool has_one_name(int log)
 {
-    return size <= size_limit || !unique_fd(open(log_path, O_RDONLY | safe_flags)) || ftruncate(log, 0) == 0;
+    struct statx state;
+    return statx(log, "", AT_EMPTY_PATH, STATX_NLINK, &state) == 0 && state.stx_nlink <= 1;
 }
 
-bool is_ready(int log)
+bool may_be_read()
+{
+    return static_cast<bool>(unique_fd(open(log_path, O_RDONLY | safe_flags)));
+}
+
+/** The size of a log that is fit to be written to, emptied first when it has grown past the limit. One that may not be
+ *  read, whose size is then not for us to know, is appended to all the same; one that can only grow is not fit. */
+std::optional<std::uint64_t> ready_size(int log)
 {
     struct statx state;
     if (statx(log, "", AT_EMPTY_PATH, STATX_TYPE | STATX_SIZE, &state) != 0 || !S_ISREG(state.stx_mode))
-        return false;
-    return empty_when_full(log, state.stx_size);
+        return {};
+    if (state.stx_size <= size_limit || !has_one_name(log) || !may_be_read())
+        return state.stx_size;
+    return ftruncate(log, 0) == 0 ? std::optional<std::uint64_t>(0) : std::nullopt;
 }
 
-struct second_text {
+/** What is found out anew each second, not for each message. */
+struct second_state {
     std::time_t second = -1;
     std::size_t length = 0;
     char text[30];
+    std::uint64_t file_limit; /**< writing past it would raise a signal that ends the program */
 };
 
-std::string_view local_time(std::time_t now)
+// Without this model a program that loaded the library with dlopen would need memory for a new thread's first message.
+[[gnu::tls_model("initial-exec")]] thread_local second_state this_second;
+
+const second_state &state_of(std::time_t now)
 {
-    thread_local second_text cached;
-    if (cached.second != now) {
+    second_state &state = this_second;
+    if (state.second != now) {
         std::tm broken_down;
         const bool known = localtime_r(&now, &broken_down) != nullptr;
-        cached.length = known ? std::strftime(cached.text, sizeof cached.text, "%Y-%m-%d %H:%M:%S", &broken_down) : 0;
-        cached.second = now;
+        state.length = known ? std::strftime(state.text, sizeof state.text, "%Y-%m-%d %H:%M:%S", &broken_down) : 0;
+        rlimit limit;
+        state.file_limit = getrlimit(RLIMIT_FSIZE, &limit) == 0 ? limit.rlim_cur : RLIM_INFINITY;
+        state.second = now;
     }
-    return {cached.text, cached.length};
+    return state;
 }
 
 // Asking the kernel costs a tenth of a message, so the answer is kept until fork() makes another process of this one;
@@ -123,28 +141,27 @@ private:
 };
 
 /** "[DBG][<time>.<microseconds>,pid:<pid>][vekml]<file>(<line>)-<<function>>: " */
-char *write_prefix(char *begin, char *end, const char *file, int line, const char *function)
+char *write_prefix(char *begin, char *end, const second_state &second, long usec, const trace_site &site)
 {
-    timeval now;
-    gettimeofday(&now, nullptr);
     prefix_writer out(begin, end);
-    out << "[DBG][" << local_time(now.tv_sec) << ".";
-    out.six_digits(now.tv_usec) << ",pid:" << process_id() << "][vekml]";
-    out << file << "(" << static_cast<long>(line) << ")-<" << function << ">: ";
+    out << "[DBG][" << std::string_view(second.text, second.length) << ".";
+    out.six_digits(usec) << ",pid:" << process_id() << "][vekml]";
+    out << site.file << "(" << static_cast<long>(site.line) << ")-<" << site.function << ">: ";
     return out.end();
 }
 
-/** The message behind its prefix, in one write however long it is. */
-[[gnu::format(printf, 5, 0)]] void write_message(int log, char *line, std::size_t prefix, std::size_t capacity,
-                                                 const char *format, va_list arguments)
+/** The message behind its prefix, in one write however long it is; nothing when it is longer than `room`. */
+[[gnu::format(printf, 6, 0)]] void write_message(int log, std::uint64_t room, char *line, std::size_t prefix,
+                                                 std::size_t capacity, const char *format, va_list arguments)
 {
     va_list again;
     va_copy(again, arguments);
     const int length = vsnprintf(line + prefix, capacity - prefix, format, arguments);
     const auto needed = prefix + static_cast<std::size_t>(length);
-    if (length >= 0 && needed < capacity) {
+    const bool fits = length >= 0 && needed <= room;
+    if (fits && needed < capacity) {
         (void)!write(log, line, needed);
-    } else if (length >= 0) {
+    } else if (fits) {
         if (const unique_text whole{static_cast<char *>(malloc(needed + 1))}) {
             std::memcpy(whole.get(), line, prefix);
             vsnprintf(whole.get() + prefix, needed + 1 - prefix, format, again);
@@ -154,18 +171,31 @@ char *write_prefix(char *begin, char *end, const char *file, int line, const cha
     va_end(again);
 }
 
+/** Append to a log of the given size, if that is then within the limit for files. */
+[[gnu::format(printf, 4, 0)]] void write_line(int log, std::uint64_t size, const trace_site &site, const char *format,
+                                              va_list arguments)
+{
+    timeval now;
+    gettimeofday(&now, nullptr);
+    const second_state &second = state_of(now.tv_sec);
+    char text[1024];
+    const char *message = write_prefix(text, text + sizeof text / 2, second, now.tv_usec, site);
+    const std::uint64_t room = second.file_limit - std::min(size, second.file_limit);
+    write_message(log, room, text, static_cast<std::size_t>(message - text), sizeof text, format, arguments);
+}
+
 } // namespace
 
 void vekml_debug_log(const char *file, int line, const char *function, const char *format, ...)
 {
     const int callers_errno = errno;
-    if (const unique_fd log = open_log(); log && is_ready(log.get())) {
-        char text[1024];
-        const char *message = write_prefix(text, text + sizeof text / 2, file, line, function);
-        va_list arguments;
-        va_start(arguments, format);
-        write_message(log.get(), text, static_cast<std::size_t>(message - text), sizeof text, format, arguments);
-        va_end(arguments);
+    if (const unique_fd log = open_log()) {
+        if (const auto size = ready_size(log.get())) {
+            va_list arguments;
+            va_start(arguments, format);
+            write_line(log.get(), *size, {file, line, function}, format, arguments);
+            va_end(arguments);
+        }
     }
     errno = callers_errno;
 }

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "debug_log.h"
 #include "sim_host.h"
+#include "veksim.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -83,6 +85,46 @@ TEST_F(debug_log_test, a_log_that_may_not_be_read_is_appended_to_whatever_its_si
         return 0;
     });
     EXPECT_GT(log_size(), limit + 1);
+}
+
+TEST_F(debug_log_test, a_log_with_another_name_is_never_emptied)
+{
+    host.write(log_file, std::string(limit + 1, 'x'));
+    std::filesystem::create_hard_link(host.path(log_file), host.path("/tmp/kept"));
+    say("appended");
+    EXPECT_GT(log_size(), limit + 1);
+    host.remove("/tmp/kept");
+    say("emptied");
+    EXPECT_EQ(log_lines().size(), 1u);
+}
+
+TEST_F(debug_log_test, a_limit_on_files_drops_what_would_not_fit)
+{
+    for (const std::size_t size : {800u, 1000u, 1100u}) {
+        host.write(log_file, std::string(size, 'x'));
+        const int status = in_child([&] {
+            const rlimit limited{1000, RLIM_INFINITY};
+            veksim_advance(1000000); // it is looked at once a second
+            if (setrlimit(RLIMIT_FSIZE, &limited) != 0)
+                return 1;
+            say(std::string(size == 800 ? 200 : 1, '#').c_str());
+            say("z");
+            return 0;
+        });
+        EXPECT_EQ(status, 0);
+        EXPECT_EQ(host.log().find('#'), std::string::npos) << size;
+        EXPECT_EQ(log_size() > size, size == 800) << "a short line still fits";
+    }
+}
+
+TEST_F(debug_log_test, a_clock_that_is_set_back_shows_at_once)
+{
+    say("before");
+    veksim_advance(-7200 * std::int64_t{1000000});
+    say("after");
+    const std::string log = host.log();
+    const auto time_at = [&](std::size_t line) { return log.substr(line + 6, 19); };
+    EXPECT_LT(time_at(log.find('\n') + 1), time_at(0)) << log;
 }
 
 TEST_F(debug_log_test, a_full_log_that_may_not_be_emptied_grows_no_further)

@@ -161,7 +161,8 @@ TEST_F(out_of_band_test, with_the_driver_it_is_the_in_band_start)
 
 TEST_F(out_of_band_test, a_gpu_that_cannot_be_mapped_stays_in_band)
 {
-    constexpr std::uint64_t base = 0x40000000;
+    host.add_bare_gpu();
+    const std::uint64_t base = host.config(0).bar0;
     const std::string no_window = "failed to mmap BAR0: No such device or address\n";
     const struct {
         const char *missing;
@@ -182,7 +183,6 @@ TEST_F(out_of_band_test, a_gpu_that_cannot_be_mapped_stays_in_band)
         {"/dev/mem", 0, base, 0, false, VEKML_ERROR_NODE_IO, "",
          "failed to open /dev/mem.: No such file or directory\n"},
     };
-    host.add_bare_gpu();
     EXPECT_EQ(vekml_pci_out_of_band_manager(0, nullptr), VEKML_ERROR_NODE_IO);
     for (const auto &c : cases) {
         host.remove(c.missing);
