@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A program may have closed its standard descriptors; what is then printed must not reach a file of the library's.
+// A program may have closed its standard descriptors; what is then printed must not reach a file of the library's. Nor
+// may a program that it starts get hold of one.
 #include "sim_host.h"
 
 #include <dlfcn.h>
@@ -11,11 +12,11 @@
 namespace {
 
 bool watching;
-int taken; /**< how often a standard descriptor was open while a line was logged */
+int taken; /**< how often, while a line was logged, a descriptor was open that is standard or inherited */
 
 class descriptor_test : public sim_host {
 protected:
-    // How often the library held a standard descriptor, all of them closed, while ACTION ran.
+    // How often the library held such a descriptor, all having been closed, while ACTION ran.
     static int taken_during(const std::function<void()> &action)
     {
         return in_child([&] {
@@ -36,6 +37,7 @@ TEST_F(descriptor_test, no_file_of_ours_is_a_standard_one)
     host.instant_pauses();
     const auto session = [] {
         const auto record = std::make_unique<vekml_device_query_t>();
+        const auto codecs = std::make_unique<Vpu_codec_info_st>();
         temper_info temperatures;
         vekml_driver_version_t driver;
         char release[20];
@@ -46,7 +48,7 @@ TEST_F(descriptor_test, no_file_of_ours_is_a_standard_one)
         vekml_device_get_temper_info(gpu, &temperatures);
         vekml_device_get_driver_version(gpu, &driver);
         vekml_device_set_power_warn(gpu, "150");
-        vekml_device_get_vpu_info(gpu, std::make_unique<Vpu_codec_info_st>().get());
+        taken += vekml_device_get_vpu_info(gpu, codecs.get()) != VEKML_SUCCESS;
         vekml_device_get_driver_release_version(release, sizeof release - 1);
         taken += std::string(release) != "1.2.3";
         vekml_shutdown();
@@ -74,8 +76,11 @@ TEST_F(descriptor_test, a_message_for_the_user_does_not_reach_physical_memory)
 // Stands before the C library's own; each line of the log asks it for the log's size.
 extern "C" int statx(int directory, const char *path, int flags, unsigned mask, struct statx *result)
 {
-    for (int fd = 0; watching && fd <= STDERR_FILENO; ++fd)
-        taken += (fcntl(fd, F_GETFL) & O_PATH) == 0; // a closed one gives -1
+    for (int fd = 0; watching && fd < 32; ++fd) {
+        const int descriptor = fcntl(fd, F_GETFD);
+        const bool standard = fd <= STDERR_FILENO && (fcntl(fd, F_GETFL) & O_PATH) == 0;
+        taken += descriptor != -1 && (standard || (descriptor & FD_CLOEXEC) == 0);
+    }
     void *next = dlsym(RTLD_NEXT, "statx");
     return reinterpret_cast<decltype(&::statx)>(next)(directory, path, flags, mask, result);
 }

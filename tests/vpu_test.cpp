@@ -14,6 +14,8 @@
 
 namespace {
 
+using namespace std::string_literals;
+
 // Reserved and executed commands: the encoder's, then the decoder's.
 using load_figures = std::array<std::uint32_t, 4>;
 
@@ -204,6 +206,18 @@ TEST_F(vpu_test, codecs)
     std::memset(info.get(), 0, sizeof *info);
     EXPECT_EQ(query(gpu), VEKML_SUCCESS);
     EXPECT_EQ(std::memcmp(info.get(), first.get(), sizeof *info), 0);
+}
+
+TEST_F(vpu_test, a_driver_s_counts_go_no_further_than_the_room_it_was_given)
+{
+    vekml_device_t gpu = start_with_video();
+    for (const char *claim : {"100000", "-1"}) {
+        describe("max_profiles 2; max_entrypoints 1; claim "s + claim +
+                 ";profile 6; claim 100000; entrypoint 1; attribute 0 0x1;profile 7; claim -1; entrypoint 1");
+        gpu->vpu_codec_info.valid = 0;
+        EXPECT_EQ(query(gpu), VEKML_SUCCESS);
+        EXPECT_EQ(supported_codecs(*info), *claim == '-' ? "" : "h264 main decoder: yuv420\n");
+    }
 }
 
 TEST_F(vpu_test, failed_capability_queries)

@@ -10,8 +10,10 @@
 //     max_entrypoints N
 //     init STATUS          starting the driver fails with this VA status
 //     query STATUS         asking for the list of profiles fails
+//     claim N              the number of profiles that it says it gave, whatever it gave
 //     profile N            a VA profile; what follows, up to the next one, is about it
 //     fail STATUS          asking for its entrypoints fails
+//     claim N              the number of entrypoints that it says it gave, whatever it gave
 //     entrypoint N         one of its entrypoints; what follows, up to the next one, is about it
 //     fail STATUS          asking for the entrypoint's attributes fails
 //     attribute TYPE VALUE an attribute; those not named are not supported
@@ -140,6 +142,15 @@ VAStatus terminate(VADriverContextP)
     return VA_STATUS_SUCCESS;
 }
 
+// Puts the count that the description has for a profile's list, or for that of the profiles, in place of the true one.
+void claim(int profile, int *count)
+{
+    for (statements statement; statement.advance();) {
+        if (statement.is("claim") && statement.about(profile))
+            *count = statement.number();
+    }
+}
+
 VAStatus query_profiles(VADriverContextP context, VAProfile *list, int *count)
 {
     *count = 0;
@@ -149,6 +160,7 @@ VAStatus query_profiles(VADriverContextP context, VAProfile *list, int *count)
         if (statement.is("profile") && *count < context->max_profiles)
             list[(*count)++] = static_cast<VAProfile>(statement.number());
     }
+    claim(-1, count);
     return VA_STATUS_SUCCESS;
 }
 
@@ -162,6 +174,7 @@ VAStatus query_entrypoints(VADriverContextP context, VAProfile profile, VAEntryp
             *count < context->max_entrypoints)
             list[(*count)++] = static_cast<VAEntrypoint>(statement.number());
     }
+    claim(profile, count);
     return VA_STATUS_SUCCESS;
 }
 
