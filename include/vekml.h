@@ -185,7 +185,11 @@ typedef struct vekml_globals {
     uint32_t count;                                   /**< number of entries in use */
 } vekml_globals_t;
 
-/** The one state record, for clients that read the table themselves; nobody but the library writes it. */
+/**
+ * The one state record, for clients that read the table themselves; nobody but the library writes it. Its name is
+ * program-wide: a program or library that has a `globals` of its own, and does not keep it `static`, puts that in the
+ * place of this one, for the library too.
+ */
 VEKML_API extern vekml_globals_t globals;
 
 /** A GPU. Valid from ::vekml_init to ::vekml_shutdown; after that it points at a zeroed record. */
@@ -225,6 +229,9 @@ VEKML_API vekml_return_t vekml_shutdown(void);
  * Start without the kernel driver: find the GPUs on the PCI bus and map each one's BAR0 through "/dev/mem". With
  * the driver module loaded this is ::vekml_init. Mapping needs root. Another start without ::vekml_shutdown in between
  * lists the same GPUs again, behind the first.
+ *
+ * Whether the module is loaded is asked of `lsmod`, by a shell with the caller's PATH: never call this from a
+ * set-user-id program.
  *
  * @return ::VEKML_SUCCESS when the driver is loaded and ::vekml_init was run, 1 after an out-of-band start, whatever
  *         became of each GPU.
@@ -619,7 +626,8 @@ typedef struct vekml_driver_version {
 VEKML_API vekml_return_t vekml_device_get_driver_version(vekml_device_t device, vekml_driver_version_t *version);
 
 /**
- * Version of the installed driver package, from the Debian package list; without the packaging revision.
+ * Version of the installed driver package, from the Debian package list; without the packaging revision. The list is
+ * asked of `dpkg`, by a shell with the caller's PATH: never call this from a set-user-id program.
  *
  * @param version a buffer of at least `size` + 1 bytes; left alone when no package is installed or its version is
  *                longer than `size`
