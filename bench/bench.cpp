@@ -153,7 +153,7 @@ int main(int argc, char **argv)
 
     const floors bare(host, [] { refresh(0); });
     const std::string node = host.hwmon(0, "temp1_input");
-    const row refresh_row = {"refresh", [] { refresh(0); }, [&] { bare.refresh(); }, 1.25};
+    const row refresh_row = {"refresh", [] { refresh(0); }, [&] { bare.refresh(); }, 1.40};
     const std::vector<row> rows = {
         {"trace message", [] { TRACE("get data from [%s]: 0x%04lx", "/sys/class/drm/card0/device/vendor", 0x7665L); },
          [&] { bare.write_line(); }, 1.4},
