@@ -176,7 +176,7 @@ typedef struct vekml_device_record {
     /** The mapped 32 MiB window of BAR0, or null. It is device memory: read it with aligned loads of at most 32 bits,
      *  never with memcpy or the like. */
     void *mapped_bar0;
-    uint32_t bar0_mapped;             /**< 1 once `mapped_bar0` is valid, else 0 */
+    uint32_t bar0_mapped; /**< 1 once `mapped_bar0` is valid, else 0 */
 } vekml_device_record_t;
 
 /** The library's whole state: all zero at load and after ::vekml_shutdown. */
