@@ -170,7 +170,12 @@ const gpu::reading<vekml_process_info_t> &gpu::processes()
 
 const gpu::reading<vekml_gddr_crc_t> &gpu::memory_errors()
 {
-    return ask(readings_.memory_errors, vekml_device_get_gddr_crc);
+    return ask<vekml_gddr_crc_t>(readings_.memory_errors, [](vekml_device_t handle, vekml_gddr_crc_t *errors) {
+        for (auto *counters :
+             {&errors->crc_write_cnt, &errors->crc_read_cnt, &errors->crc_write_retry_cnt, &errors->crc_read_retry_cnt})
+            std::fill(std::begin(*counters), std::end(*counters), uncounted); // what the node leaves out stays
+        return vekml_device_get_gddr_crc(handle, errors);
+    });
 }
 
 const gpu::reading<vekml_driver_version_t> &gpu::driver_version()

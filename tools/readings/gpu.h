@@ -51,6 +51,7 @@ public:
     const reading<vekml_util_info_t> &load();
     const reading<vekml_mem_info_t> &memory();
     const reading<vekml_process_info_t> &processes();
+    static constexpr std::uint32_t uncounted = UINT32_MAX; // a counter of which the node says nothing
     const reading<vekml_gddr_crc_t> &memory_errors();
     const reading<vekml_driver_version_t> &driver_version();
     const reading<video_rates> &video_load(); // waits where the first sample is too young for a rate

@@ -172,6 +172,7 @@ json answer_document(const answer &said, const request &asked, std::uint64_t num
     return {{"number", number},
             {"bus_id", said.bus_id},
             {"driverless", said.driverless},
+            {"lost", said.state == gpu_state::lost},
             {"values", std::move(values)},
             {"processes", said.processes},
             {"codecs", said.codecs},
@@ -204,6 +205,7 @@ bool take_answer(const json &document, answer &said)
     };
     said.bus_id = text("bus_id");
     said.driverless = has_flag(document, "driverless");
+    said.state = has_flag(document, "lost") ? gpu_state::lost : gpu_state::ok;
     said.processes = part("processes");
     said.codecs = part("codecs");
     said.more = part("more");

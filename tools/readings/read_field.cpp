@@ -3,6 +3,7 @@
 
 #include "node.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -55,7 +56,8 @@ missing looked_at(const std::string &node, missing otherwise)
     if (node.empty())
         return otherwise;
     const auto found = read_node(node);
-    if (const auto *why = std::get_if<missing>(&found))
+    const auto *why = std::get_if<missing>(&found);
+    if (why != nullptr && otherwise.why != reason::denied) // else there would be another source, for root
         return *why;
     otherwise.node = node;
     return otherwise;
@@ -81,6 +83,12 @@ value firmware_word(gpu &g, quantity q, std::int64_t word)
     return word == -1 || word == 0xffff ? value(missing{reason::lost}) : present_units().scaled(q, word);
 }
 
+// Nothing but a temperature is ever below zero.
+std::int64_t lowest(quantity q)
+{
+    return q == quantity::temperature ? std::numeric_limits<std::int32_t>::min() : 0;
+}
+
 // A sensor that the driver alone knows: the library's number counts where its node holds one.
 template <typename Reader>
 value driver_sensor(gpu &g, bool supported, const char *node, quantity q, Reader &&read)
@@ -89,7 +97,7 @@ value driver_sensor(gpu &g, bool supported, const char *node, quantity q, Reader
         return driver_only();
     const std::string path = g.hwmon_node(node);
     missing why;
-    if (lacks_number(path, why) != nullptr)
+    if (lacks_number(path, why, lowest(q)) != nullptr)
         return why;
     if (!supported)
         return missing{reason::unsupported, 0, path};
@@ -270,7 +278,9 @@ value memory_errors_of(gpu &g, std::uint32_t (vekml_gddr_crc_t::*member)[4])
     if (errors.record.crc_support != 1)
         return looked_at(node, {reason::unsupported});
     const auto &counts = errors.record.*member;
-    return std::vector<std::uint64_t>(std::begin(counts), std::end(counts));
+    const auto end = std::find(std::begin(counts), std::end(counts), gpu::uncounted);
+    return end == std::begin(counts) ? value(looked_at(node, {reason::malformed}))
+                                     : std::vector<std::uint64_t>(std::begin(counts), end);
 }
 
 value limit_of(gpu &g, thm_type type, const char *node, quantity q)
@@ -409,7 +419,7 @@ value dvfs(gpu &g)
     g.note(result);
     missing why;
     const std::string node = g.card_node("vek_enable_dvfs");
-    if (lacks_number(node, why) != nullptr)
+    if (lacks_number(node, why, lowest(quantity::fixed)) != nullptr)
         return why;
     return result == VEKML_SUCCESS ? number(state.vek_enable_dvfs) : value(refusal(result, node));
 }
@@ -471,7 +481,7 @@ value power_cap(gpu &g)
         return driver_only();
     const std::string path = g.hwmon_node("power1_cap");
     missing why;
-    if (lacks_number(path, why) != nullptr)
+    if (lacks_number(path, why, lowest(quantity::power)) != nullptr)
         return why;
     const value cap = number_in(path);
     return is_present(cap) ? present_units().scaled(quantity::power, std::get<std::int64_t>(cap)) : cap;
@@ -514,6 +524,9 @@ value numa_node(gpu &g)
     if (g.driverless())
         return driver_only();
     const std::string path = g.card_node("device/numa_node");
+    missing why;
+    if (lacks_number(path, why, -1) != nullptr)
+        return why;
     const value node = number_in(path);
     const auto *number = std::get_if<std::int64_t>(&node);
     return number != nullptr && *number < 0 ? value(missing{reason::unsupported, 0, path}) : node;

@@ -26,6 +26,7 @@ using std::chrono::seconds;
 
 constexpr auto longest_pause = seconds(60);
 constexpr auto first_pause = seconds(1);
+constexpr int patience = 100;               // looks at a process that ends, half a millisecond apart
 constexpr auto shortest_grace = seconds(2); // how long one that is stuck may still answer before it is killed
 
 // What has become of the process of a GPU, in the order of its life.
@@ -51,6 +52,7 @@ struct seat {            // of one GPU, or of a card that has not told yet
     clock::time_point kill_at = clock::time_point::max();
     clock::duration pause = first_pause;
     clock::duration grace{};
+    bool is_unkillable = false; // dying for longer than a process takes
 
     gpu_state state = gpu_state::ok;
     std::chrono::system_clock::time_point since{};
@@ -60,6 +62,7 @@ struct seat {            // of one GPU, or of a card that has not told yet
     bool wanted = false;     // takes part in this round
     bool waited_for = false; // the round is not over without it
     bool answered = false;
+    request at_work{}; // what it was asked last
     answer greeting{}; // who it is
     answer said{};
 
@@ -136,7 +139,7 @@ struct reader_pool::state {
 
     void leave(seat &s)
     {
-        end_reader(s);
+        end_for_good(s);
         s.of_another_maker = false;
         if (s.index)
             s.enter(gpu_state::lost, "its card left /sys/class/drm");
@@ -191,8 +194,18 @@ struct reader_pool::state {
             hang_up(s);
         }
         s.asked = 0;
+        s.waited_for = false;
         s.kill_at = clock::time_point::max();
         reap(s);
+    }
+
+    // Likewise, and looks whether it can die at all.
+    void end_for_good(seat &s)
+    {
+        end_reader(s);
+        for (int look = 0; look < patience && s.alive == life::dying && !reap(s); ++look)
+            poll(nullptr, 0, 1);
+        s.is_unkillable = s.alive == life::dying;
     }
 
     static bool reap(seat &s)
@@ -213,7 +226,7 @@ struct reader_pool::state {
         const pid_t pid = s.process->pid();
         int status = 0;
         pid_t gone = 0;
-        for (int look = 0; look < 20 && gone == 0 && why.empty(); ++look) {
+        for (int look = 0; look < patience && gone == 0 && why.empty(); ++look) {
             gone = waitpid(pid, &status, WNOHANG);
             if (gone == 0)
                 poll(nullptr, 0, 1);
@@ -242,6 +255,8 @@ struct reader_pool::state {
         packet buffer(65536);
         while (s.alive == life::running) {
             const ssize_t length = recv(s.process->socket(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+            if (length < 0 && errno == ECONNRESET) // it went without reading a request; what it said is still to come
+                continue;
             if (length < 0 && (errno == EAGAIN || errno == EINTR))
                 return;
             if (length <= 0)
@@ -265,20 +280,24 @@ struct reader_pool::state {
         if (*answered != s.asked || !s.greeted)
             return false;
         s.asked = 0;
+        s.waited_for = false;
         s.kill_at = clock::time_point::max();
         s.grace = {};
         if (said.state == gpu_state::lost) {
             s.enter(gpu_state::lost, "its configuration space reads all ones");
-        } else {
-            if (s.state == gpu_state::ok)
-                s.pause = first_pause;
-            s.enter(gpu_state::ok);
+            return true;
         }
-        if (*answered == number && running) {
-            s.answered = said.state == gpu_state::ok;
-            s.said = std::move(said);
-            s.waited_for = false;
+        if (s.state == gpu_state::ok)
+            s.pause = first_pause;
+        s.enter(gpu_state::ok);
+        if (!running || !s.wanted)
+            return true;
+        if (*answered != number) { // to something older: now it can take part
+            ask(s);
+            return true;
         }
+        s.answered = true;
+        s.said = std::move(said);
         return true;
     }
 
@@ -294,6 +313,11 @@ struct reader_pool::state {
             s.waited_for = false;
             s.wanted = false;
             return true;
+        }
+        if (s.state == gpu_state::stuck && s.asked != trial_number) { // in starting, which is over
+            s.enter(gpu_state::ok);
+            s.kill_at = clock::time_point::max();
+            s.waited_for = running && s.wanted;
         }
         const std::uint64_t gpus = std::min<std::uint64_t>(count->get<std::uint64_t>(), VEKML_MAX_DEVICES);
         for (auto last = seats.back().number; wanted.out_of_band && last + 1 < gpus; ++last) {
@@ -311,14 +335,17 @@ struct reader_pool::state {
         const bool was_stuck = s.state == gpu_state::stuck;
         if (s.alive == life::none && s.present && clock::now() >= s.start_at)
             start_reader(s);
-        if (s.alive == life::dying)
+        if (s.alive == life::dying && s.state == gpu_state::ok)
             s.enter(gpu_state::stuck, "the last reader cannot be ended");
-        if (s.alive != life::running || s.asked != 0)
+        if (s.alive != life::running)
             return;
-        if (!s.process->send(asked, number))
-            return bury(s, "the reader takes no requests");
-        s.asked = number;
         s.waited_for = !was_stuck;
+        if (s.asked != 0) // a round before this one was cut short
+            return;
+        s.at_work = asked;
+        s.asked = number;
+        if (!s.process->send(asked, number))
+            bury(s, "the reader takes no requests");
     }
 
     bool sleeps(const seat &s) const { return !wanted.out_of_band && !wanted.wake && is_asleep(s.number); }
@@ -328,15 +355,17 @@ struct reader_pool::state {
     {
         if (!s.present || s.of_another_maker)
             return true;
+        if (!wanted.out_of_band && !s.greeted && s.alive == life::none && is_of_another_maker(s.number)) {
+            s.of_another_maker = true;
+            s.wanted = false;
+            return true;
+        }
         if (s.asked != 0 || s.state == gpu_state::stuck || !sleeps(s)) {
             if (s.state == gpu_state::asleep)
                 s.enter(gpu_state::ok);
             return false;
         }
-        if (!s.greeted && is_of_another_maker(s.number))
-            s.wanted = false;
-        else
-            s.enter(gpu_state::asleep, "the device is suspended");
+        s.enter(gpu_state::asleep, "the device is suspended");
         return true;
     }
 
@@ -354,9 +383,9 @@ struct reader_pool::state {
         began = clock::now();
         allowed = most + what.extra;
         deadline = began + allowed;
-        running = true;
         look_around();
         service();
+        running = true;
         for (seat &s : seats) {
             s.answered = s.waited_for = false;
             s.wanted = !s.of_another_maker && is_wanted(s);
@@ -380,21 +409,32 @@ struct reader_pool::state {
         const auto now = clock::now();
         for (seat &s : seats) {
             if (now >= s.kill_at)
-                end_reader(s);
-            if (reap(s) && s.state == gpu_state::stuck && s.present)
-                probe(s);
+                end_for_good(s);
+            reap(s);
+            if (s.state == gpu_state::stuck && s.alive == life::none && s.present)
+                follow_up(s);
         }
     }
 
-    // A stuck GPU is asked again once its reader could be ended: whether it starts is all there is to find out.
-    void probe(seat &s)
+    // The reader of a stuck GPU is gone. One that could not be killed went because its read returned; else another one
+    // tries the same again, for nobody to wait for.
+    void follow_up(seat &s)
     {
+        if (std::exchange(s.is_unkillable, false)) {
+            s.enter(gpu_state::ok);
+            if (running && s.wanted)
+                ask(s);
+            return;
+        }
         start_reader(s);
         if (s.alive != life::running)
             return;
-        if (s.process->send(request{}, probe_number))
-            s.asked = probe_number;
-        give_grace(s);
+        s.at_work.more = json::object(); // what changes something is not done twice
+        s.asked = trial_number;
+        if (s.process->send(s.at_work, trial_number))
+            give_grace(s);
+        else
+            bury(s, "the reader takes no requests");
     }
 
     static void give_grace(seat &s)
@@ -468,7 +508,7 @@ struct reader_pool::state {
         if (one.state != gpu_state::ok) {
             if (one.detail.empty())
                 one.detail = s.detail;
-            one.since = s.since;
+            one.since = s.state == gpu_state::ok ? std::chrono::system_clock::now() : s.since;
             std::fill(one.values.begin(), one.values.end(), value(missing{reason_of(one.state)}));
         }
         for (const field *known : pick<"model", "name", "uuid">()) {
@@ -498,7 +538,7 @@ struct reader_pool::state {
         return first == clock::time_point::max() ? std::nullopt : std::optional(first);
     }
 
-    static constexpr std::uint64_t probe_number = UINT64_MAX;
+    static constexpr std::uint64_t trial_number = UINT64_MAX;
 };
 
 reader_pool::reader_pool(pool_options wanted) : self_(std::make_unique<state>(state{.wanted = wanted})) {}
@@ -508,7 +548,7 @@ reader_pool::~reader_pool()
     for (seat &s : self_->seats)
         self_->end_reader(s);
     // Those that can die do so within a moment; nobody waits for the others.
-    for (int look = 0; look < 50; ++look) {
+    for (int look = 0; look < 200; ++look) {
         bool all = true;
         for (seat &s : self_->seats)
             all &= state::reap(s) || s.alive == life::none;

@@ -80,6 +80,7 @@ std::string_view trimmed(std::string_view text)
 // What is wrong with QUANTITY = UNIT; empty when FOUND says what it means.
 std::string look_up(std::string_view name, std::string_view unit, const spelling *&found)
 {
+    constexpr std::size_t longest_shown = 40;
     std::string units_of_it, quantities;
     for (const spelling &s : spellings) {
         if (name == s.name && unit == s.unit) {
@@ -91,8 +92,10 @@ std::string look_up(std::string_view name, std::string_view unit, const spelling
         if (!quantities.ends_with(s.name))
             quantities += fmt::format(" {}", s.name);
     }
-    return units_of_it.empty() ? fmt::format("unknown quantity \"{}\"; there are{}", printable(name), quantities)
-                               : fmt::format("unknown unit \"{}\"; {} takes{}", printable(unit), name, units_of_it);
+    return units_of_it.empty() ? fmt::format("unknown quantity \"{}\"; there are{}",
+                                             printable(name.substr(0, longest_shown)), quantities)
+                               : fmt::format("unknown unit \"{}\"; {} takes{}",
+                                             printable(unit.substr(0, longest_shown)), name, units_of_it);
 }
 
 std::string amount(double number, const char *symbol)
@@ -140,6 +143,8 @@ std::string units::read(const std::string &path)
         return errno == ENOENT ? "" : fmt::format("{}: {}", path, std::strerror(errno));
     std::string text(most, '\0');
     stream.read(text.data(), most);
+    if (stream.bad())
+        return fmt::format("{}: {}", path, std::strerror(errno));
     text.resize(static_cast<std::size_t>(stream.gcount()));
     if (text.size() == most)
         return fmt::format("{}: longer than {} bytes", path, most - 1);
@@ -178,7 +183,7 @@ std::string human_bytes(double bytes)
 {
     constexpr const char *symbols[] = {"B", "KiB", "MiB", "GiB", "TiB"};
     std::size_t step = 0;
-    while (std::abs(bytes) >= 1024 && step + 1 < std::size(symbols)) {
+    while (std::abs(bytes) >= 1023.5 && step + 1 < std::size(symbols)) { // 1023.5 MiB would be shown as 1024
         bytes /= 1024;
         ++step;
     }
