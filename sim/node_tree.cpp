@@ -77,7 +77,7 @@ private:
 node_tree::node_tree(const fs::path &where)
 {
     if (!where.empty())
-        where_ = fs::weakly_canonical(where.has_filename() ? where : where.parent_path());
+        where_ = fs::weakly_canonical(fs::absolute(where.has_filename() ? where : where.parent_path()));
     root_ = fresh_directory(where_);
     fs::create_directory(root_ / "host");
 }

@@ -211,6 +211,8 @@ TEST(veksim_launcher, leaves_nothing_of_a_build_that_ends_early)
     EXPECT_EQ(again.status, 0) << again.err;
     EXPECT_TRUE(fs::exists(named + "/sys/class/drm/card0/vek_dbdf"));
     EXPECT_EQ(run({VEKSIM_PATH, "--tree", place, "--", "true"}, native).status, 0) << "an empty directory will do";
+    const std::string relative = "cd " + place + "/host && exec \"$0\" --tree new/ --gpus 0 -- test -d new/host";
+    EXPECT_EQ(run({"sh", "-c", relative, VEKSIM_PATH}, native).status, 0);
     fs::remove_all(place + "/host");
     EXPECT_EQ(run({VEKSIM_PATH, "--tree", place, "--", "true"}, native).status, 1) << "but not one with other files";
 }
@@ -222,8 +224,8 @@ TEST_F(tree_test, a_distinct_host_has_no_two_equal_readings)
     const std::set<std::string> flags = {"fan1_ctrl_mode",         "temp1_ctrl_mode",         "vek_support_fan_info",
                                          "vek_support_power_info", "vek_enable_thm_slowdown", "vek_enable_thm_shutdown",
                                          "vek_gddr_phys_speed"};
-    for (int gpu = 0; gpu < 16; ++gpu) {
-        host.add_gpu(veksim::distinct_gpu(gpu), veksim::distinct_state(gpu));
+    for (const int number : {0, 1, 8, 15}) {
+        const int gpu = host.add_gpu(veksim::distinct_gpu(number), veksim::distinct_state(number));
         std::set<std::string> values_of_gpu;
         for (const fs::directory_entry &entry : fs::directory_iterator(host.path(host.hwmon(gpu)))) {
             const std::string name = entry.path().filename(), text = host.read(host.hwmon(gpu, name));
