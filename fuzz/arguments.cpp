@@ -2,7 +2,6 @@
 #include "arguments.h"
 
 #include "command_line.h"
-#include "library.h"
 #include "output.h"
 
 #include <sstream>
@@ -19,9 +18,8 @@ void run_arguments(const std::string &lines)
     arguments.push_back(nullptr);
 
     try {
-        request asked;
-        if (!parse(static_cast<int>(words.size()), arguments.data(), asked))
-            chosen(asked.wanted, {});
+        request_line asked;
+        parse(static_cast<int>(words.size()), arguments.data(), asked);
     } catch (const usage_error &error) {
         complain(error.what());
     }

@@ -67,13 +67,25 @@ constexpr const field *find_field(std::string_view key)
 }
 
 // A key that there is; any other does not compile.
-consteval const field &field_of(std::string_view key)
-{
-    for (const field &f : all_fields) {
-        if (f.key == key)
-            return f;
+class known_key {
+public:
+    consteval known_key(const char *key) : index_(std::size(all_fields)) // NOLINT: a literal is a key
+    {
+        for (std::size_t i = 0; i < std::size(all_fields); ++i) {
+            if (std::string_view(all_fields[i].key) == key)
+                index_ = i;
+        }
+        if (index_ == std::size(all_fields))
+            throw std::invalid_argument("no such field");
     }
-    throw std::invalid_argument("no such field");
+    constexpr const field &operator*() const { return all_fields[index_]; }
+
+private:
+    std::size_t index_;
+};
+constexpr const field &field_of(known_key key)
+{
+    return *key;
 }
 
 constexpr std::size_t index_of(const field &f)

@@ -19,6 +19,13 @@ vekml_return_t before_readings(vekml_device_t handle, bool driverless)
     return geteuid() == 0 ? VEKML_ERROR_NODE_IO : VEKML_ERROR_NO_PERMISSION;
 }
 
+vekml_return_t video_rates_of(vekml_device_t handle, gpu::video_rates *rates)
+{
+    auto &[encoder_reserved, encoder_executed, decoder_reserved, decoder_executed] = *rates;
+    return vekml_device_get_vpu_utlz(handle, &encoder_reserved, &encoder_executed, &decoder_reserved,
+                                     &decoder_executed);
+}
+
 } // namespace
 
 gpu::gpu(vekml_device_t handle, bool driverless)
@@ -140,8 +147,8 @@ std::uint32_t gpu::fan_speed()
 }
 
 template <typename Record>
-const gpu::reading<Record> &gpu::ask(std::optional<reading<Record>> &cache,
-                                     vekml_return_t (*getter)(vekml_device_t, Record *))
+const reading<Record> &gpu::ask(std::optional<reading<Record>> &cache,
+                                vekml_return_t (*getter)(vekml_device_t, Record *))
 {
     if (!cache) {
         cache.emplace();
@@ -150,25 +157,26 @@ const gpu::reading<Record> &gpu::ask(std::optional<reading<Record>> &cache,
     return *cache;
 }
 
-const gpu::reading<vekml_util_info_t> &gpu::load()
+const reading<vekml_util_info_t> &gpu::load()
 {
     return ask(readings_.load, vekml_device_get_util_info);
 }
 
-const gpu::reading<vekml_mem_info_t> &gpu::memory()
+const reading<vekml_mem_info_t> &gpu::memory()
 {
     return ask(readings_.memory, vekml_device_get_mem_info);
 }
 
-const gpu::reading<vekml_process_info_t> &gpu::processes()
+const reading<vekml_process_info_t> &gpu::processes()
 {
     ask(readings_.processes, vekml_device_get_process_info);
-    std::uint64_t &count = readings_.processes->record.process_num;
-    count = std::min<std::uint64_t>(count, VEKML_PROCESSES);
+    vekml_process_info_t &list = readings_.processes->record;
+    if (list.process_num > VEKML_PROCESSES)
+        list.process_num = VEKML_PROCESSES;
     return *readings_.processes;
 }
 
-const gpu::reading<vekml_gddr_crc_t> &gpu::memory_errors()
+const reading<vekml_gddr_crc_t> &gpu::memory_errors()
 {
     return ask<vekml_gddr_crc_t>(readings_.memory_errors, [](vekml_device_t handle, vekml_gddr_crc_t *errors) {
         for (auto *counters :
@@ -178,18 +186,16 @@ const gpu::reading<vekml_gddr_crc_t> &gpu::memory_errors()
     });
 }
 
-const gpu::reading<vekml_driver_version_t> &gpu::driver_version()
+const reading<vekml_driver_version_t> &gpu::driver_version()
 {
     return ask(readings_.driver_version, vekml_device_get_driver_version);
 }
 
-const gpu::reading<gpu::video_rates> &gpu::video_load()
+const reading<gpu::video_rates> &gpu::video_load()
 {
     if (!readings_.video_load && handle_->vpu_utlz_status == VEKML_SUCCESS)
         std::this_thread::sleep_until(started_ + shortest_sample);
-    return ask<video_rates>(readings_.video_load, [](vekml_device_t handle, video_rates *rates) {
-        return vekml_device_get_vpu_utlz(handle, &(*rates)[0], &(*rates)[1], &(*rates)[2], &(*rates)[3]);
-    });
+    return ask(readings_.video_load, video_rates_of);
 }
 
 } // namespace readings

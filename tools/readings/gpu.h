@@ -13,6 +13,14 @@
 
 namespace readings {
 
+// What the library hands out whole, or the result code of its refusal.
+template <typename Record>
+struct reading {
+    vekml_return_t result = VEKML_ERROR_NO_DATA;
+    Record record{};
+    explicit operator bool() const { return result == VEKML_SUCCESS; }
+};
+
 // One GPU as its reader sees it, and what was read of it since the last `forget`. Each reading is asked for once, when
 // first wanted.
 class gpu {
@@ -39,13 +47,6 @@ public:
     const clock_info &clocks(); // out of band only the graphics clock
     std::uint32_t fan_speed();
 
-    // What the library hands out whole, or the result code of its refusal.
-    template <typename Record>
-    struct reading {
-        vekml_return_t result = VEKML_ERROR_NO_DATA;
-        Record record{};
-        explicit operator bool() const { return result == VEKML_SUCCESS; }
-    };
     using video_rates = std::array<std::uint32_t, 4>; // encoder reserved and executed, decoder reserved and executed
 
     const reading<vekml_util_info_t> &load();
@@ -57,7 +58,7 @@ public:
     const reading<video_rates> &video_load(); // waits where the first sample is too young for a rate
 
 private:
-    struct readings {
+    struct kept {
         std::optional<temper_info> temperatures;
         std::optional<power_info> power;
         std::optional<clock_info> clocks;
@@ -82,7 +83,7 @@ private:
     vekml_return_t result_ = VEKML_SUCCESS;
     std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
     std::unique_ptr<vekml_device_query_t> record_ = std::make_unique<vekml_device_query_t>();
-    readings readings_;
+    kept readings_;
 };
 
 } // namespace readings
