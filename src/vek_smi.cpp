@@ -309,6 +309,7 @@ void enable_memory(pci_device *controller)
 {
     constexpr pciaddr_t command_word = 4;
     constexpr std::uint16_t memory_decoding = 2;
+    const closed_descriptors_taken for_others;
     // There is no iterator either when libpciaccess is not started; its other calls do not look.
     const bool pci_system_answers = unique_iterator(pci_id_match_iterator_create(nullptr)) != nullptr;
     std::uint16_t command = 0;
