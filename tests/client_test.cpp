@@ -200,7 +200,7 @@ TEST_F(client_test, what_is_not_to_be_had_is_absent)
     const json reasons = {{"fan_speed", "unsupported"},   {"power", "unsupported"},
                           {"temperature", "absent"},      {"temperature_highest", "failed"},
                           {"gfx_clock_mhz", "malformed"}, {"ndf_clock_mhz", "malformed"},
-                          {"gpu_util_percent", "absent"}};
+                          {"gpu_util_percent", "denied"}};
     EXPECT_EQ(gpu["missing"], reasons);
     for (const auto &[key, value] : reasons.items())
         EXPECT_EQ(gpu.value(key, json(1)), nullptr) << key;
