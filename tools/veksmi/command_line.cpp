@@ -15,6 +15,7 @@ constexpr entry commands[] = {
     {"info", "every static fact", show_info},
     {"query", "chosen fields of one snapshot", query},
     {"monitor", "one line per GPU and interval, until interrupted", monitor},
+    {"top", "the live screen: charts over time, and the processes", show_live, true},
     {"ps", "processes by GPU memory, the five largest of each GPU", list_processes, false, true},
     {"temp", "temperatures and their limits", show_temperatures},
     {"fan", "fan speed and control", show_fan},
@@ -106,6 +107,18 @@ void add_monitor_options(CLI::App &monitor, options &wanted)
                    return wanted.count >= 0;
                });
     monitor.add_flag("--until-lost", wanted.until_lost, "ends when a GPU is lost")->disable_flag_override();
+}
+
+void add_top_options(CLI::App &top, options &wanted)
+{
+    add_option(top, "-n,--interval", "SECONDS", "seconds between rounds, 0.1 to 3600 (as last time, else 1)",
+               [&](const std::string &text) {
+                   wanted.interval = to_number<double>(text).value_or(0);
+                   wanted.interval_given = true;
+                   return wanted.interval >= 0.1 && wanted.interval <= 3600;
+               });
+    top.add_flag("--once", wanted.once, "prints one screen as text")->disable_flag_override();
+    top.add_flag("--ascii", wanted.ascii, "draws with ASCII")->disable_flag_override();
 }
 
 void add_set_command(CLI::App &family, const char *name, request_line &asked)
@@ -245,6 +258,8 @@ void describe(CLI::App &app, request_line &asked, std::vector<std::string> &help
                 asked.wanted.order = static_cast<process_order>(found - orders);
                 return found != std::end(orders);
             });
+        if (e.run == show_live)
+            add_top_options(*sub, asked.wanted);
         if (e.run == explain_missing)
             sub->add_option("FIELD", asked.wanted.words, "fields to explain; without one, all that are missing");
         add_set_command(*sub, e.name, asked);

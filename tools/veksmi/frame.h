@@ -41,8 +41,11 @@ struct options {
     bool list_fields = false;
     bool version = false; // asked for as an option
     double interval = 1;
+    bool interval_given = false;
     long count = 0; // 0: without end
     bool until_lost = false;
+    bool once = false;
+    bool ascii = false;
     std::vector<std::string> setting;
     bool yes = false; // also a value outside the usual range
     process_order order = process_order::memory;
@@ -76,6 +79,7 @@ int show_info(const options &, session &);
 int query(const options &, session &);
 int help_fields(const options &);
 int monitor(const options &, session &);
+int show_live(const options &, session &);
 int list_processes(const options &, session &);
 int show_temperatures(const options &, session &);
 int show_fan(const options &, session &);

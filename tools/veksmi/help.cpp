@@ -12,7 +12,7 @@ constexpr const char *usage = R"(veksmi [-i GPU] [COMMAND] [OPTION...]: shows an
   veksmi monitor            a line per GPU per second; -n SECONDS, -c COUNT
   veksmi query --format json --fields temperature,power    readings for scripts
 
-  list  info                what there is; every static fact
+  list  info  top           what there is; every static fact; the live screen
   query  ps                 chosen fields (--help-fields lists them); processes
   temp  fan  power  clock   readings and limits
   thermal  dvfs  pcie  vpu  protection, frequency scaling, link, video engines

@@ -20,6 +20,10 @@ public:
 
     bool found_none() const { return found_none_; }
 
+    // For a command with an event loop of its own.
+    reader_pool &readers() { return readers_; }
+    const std::vector<unsigned> &indexes() const { return indexes_; } // empty: all
+
 private:
     void choose(const std::string &wanted);
     void tell_library_lines(const answers &said);
