@@ -70,12 +70,13 @@ std::optional<std::uint64_t> ready_size(int log)
 struct second_state {
     std::time_t second = -1;
     std::size_t length = 0;
-    char text[30];
-    std::uint64_t file_limit; /**< writing past it would raise a signal that ends the program */
+    char text[30] = {};
+    std::uint64_t file_limit = 0; /**< writing past it would raise a signal that ends the program */
 };
 
-// Without this model a program that loaded the library with dlopen would need memory for a new thread's first message.
-[[gnu::tls_model("initial-exec")]] thread_local second_state this_second;
+// Without this model, and with anything to initialise at run time, a program that loaded the library with dlopen would
+// need memory for a new thread's first message.
+[[gnu::tls_model("initial-exec")]] constinit thread_local second_state this_second;
 
 const second_state &state_of(std::time_t now)
 {
