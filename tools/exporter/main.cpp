@@ -26,6 +26,9 @@ int print_once(const options &wanted)
 
 int serve(const options &wanted)
 {
+    web_config access;
+    if (!wanted.web_config.empty())
+        access = read_web_config(wanted.web_config);
     listeners where;
     where.take_inherited();
     for (const std::string &address : wanted.listen)
@@ -33,7 +36,7 @@ int serve(const options &wanted)
     if (where.all().empty())
         where.open(default_address);
     collection gpus(wanted);
-    server running(wanted, where, gpus);
+    server running(wanted, std::move(access), where, gpus);
     for (const listeners::listener &l : where.all())
         fmt::print(stderr, "vekgpu-exporter: listening on {}\n", l.address);
     running.run();

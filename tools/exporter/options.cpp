@@ -21,6 +21,7 @@ constexpr const char *usage = R"(vekgpu-exporter [OPTION...]: serves the reading
   --deadline SECONDS   how long a GPU may take to answer, 0.01 to 60 (default 0.5)
   --processes N        series for the N largest processes of each GPU, 0 to 5
                        (default 0)
+  --web-config FILE    TLS, client certificates and users
   --units FILE         the units that the driver counts in
                        (default /etc/vekgpu/units.conf)
   --once               print the metrics and exit
@@ -100,6 +101,7 @@ std::optional<int> parse(int argc, char **argv, options &wanted)
             return !text.empty();
         });
     };
+    file_option("--web-config", wanted.web_config);
     file_option("--units", wanted.units);
     try {
         app.parse(argc, argv);

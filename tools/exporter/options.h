@@ -18,6 +18,7 @@ struct options {
     std::vector<std::string> listen{}; // empty: the sockets that were handed over, else default_address
     std::chrono::milliseconds deadline{500};
     unsigned processes = 0; // the largest of each GPU, each with series of its own
+    std::string web_config{};
     std::string units = readings::units::file;
     bool once = false;
 };

@@ -11,6 +11,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <gnutls/gnutls.h>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -52,6 +54,11 @@ clock::time_point patience_of(MHD_Connection *connection)
 
 MHD_Result refuse(MHD_Connection *connection, unsigned status)
 {
+    if (status == MHD_HTTP_UNAUTHORIZED) {
+        const response page = make_response("not without a certificate or a password that is known here\n", plain,
+                                            {{MHD_HTTP_HEADER_WWW_AUTHENTICATE, "Basic realm=\"metrics\""}});
+        return MHD_queue_response(connection, status, page.get());
+    }
     const response page =
         status == MHD_HTTP_METHOD_NOT_ALLOWED
             ? make_response("only GET and HEAD are answered here\n", plain, {{MHD_HTTP_HEADER_ALLOW, "GET, HEAD"}})
@@ -78,29 +85,49 @@ void watch(int events, int descriptor)
 
 } // namespace
 
-server::server(const options &wanted, const listeners &where, collection &gpus)
-    : wanted_(wanted), gpus_(gpus), events_(epoll_create1(EPOLL_CLOEXEC)), signals_(signal_descriptor())
+server::server(const options &wanted, web_config access, const listeners &where, collection &gpus)
+    : wanted_(wanted), access_(std::move(access)), gate_(access_.users), gpus_(gpus),
+      events_(epoll_create1(EPOLL_CLOEXEC)), signals_(signal_descriptor())
 {
     watch(events_, signals_);
     watch(events_, gpus_.descriptor());
-    for (const listeners::listener &l : where.all()) {
-        // The daemon closes what it listens on; the listener's own descriptor stays ours.
-        const int socket = fcntl(l.socket, F_DUPFD_CLOEXEC, 0);
-        MHD_Daemon *daemon =
-            MHD_start_daemon(MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME, 0, nullptr, nullptr, &server::on_request, this,
-                             MHD_OPTION_LISTEN_SOCKET, socket, MHD_OPTION_NOTIFY_COMPLETED, &server::on_completion,
-                             this, MHD_OPTION_CONNECTION_LIMIT, most_connections, MHD_OPTION_CONNECTION_TIMEOUT,
-                             idle_seconds, MHD_OPTION_CONNECTION_MEMORY_LIMIT, memory_of_connection, MHD_OPTION_END);
-        if (daemon == nullptr)
-            throw refusal(fmt::format("cannot serve on {}", l.address));
-        daemons_.push_back(daemon);
-        watch(events_, MHD_get_daemon_info(daemon, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd);
+    for (const listeners::listener &l : where.all())
+        start(l);
+}
+
+void server::start(const listeners::listener &where)
+{
+    std::vector<MHD_OptionItem> more;
+    const auto add = [&](MHD_OPTION option, const std::string &text) {
+        more.push_back({option, 0, const_cast<char *>(text.c_str())}); // read only
+    };
+    if (access_.tls) {
+        add(MHD_OPTION_HTTPS_MEM_CERT, access_.tls->certificate);
+        add(MHD_OPTION_HTTPS_MEM_KEY, access_.tls->key);
+        add(MHD_OPTION_HTTPS_PRIORITIES, access_.tls->priorities);
+        if (access_.tls->wanted != client_certificate::unwanted)
+            add(MHD_OPTION_HTTPS_MEM_TRUST, access_.tls->client_authority);
     }
+    more.push_back({MHD_OPTION_END, 0, nullptr});
+    // The daemon closes what it listens on; the listener's own descriptor stays ours.
+    const int socket = fcntl(where.socket, F_DUPFD_CLOEXEC, 0);
+    const unsigned flags = MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | (access_.tls ? unsigned{MHD_USE_TLS} : 0U);
+    MHD_Daemon *daemon = MHD_start_daemon(
+        flags, 0, nullptr, nullptr, &server::on_request, this, MHD_OPTION_LISTEN_SOCKET, socket,
+        MHD_OPTION_NOTIFY_COMPLETED, &server::on_completion, this, MHD_OPTION_CONNECTION_LIMIT, most_connections,
+        MHD_OPTION_CONNECTION_TIMEOUT, idle_seconds, MHD_OPTION_CONNECTION_MEMORY_LIMIT, memory_of_connection,
+        MHD_OPTION_ARRAY, more.data(), MHD_OPTION_END);
+    if (daemon == nullptr)
+        throw refusal(fmt::format("cannot serve on {}", where.address));
+    daemons_.push_back(daemon);
+    watch(events_, MHD_get_daemon_info(daemon, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd);
 }
 
 server::~server()
 {
     for (visit *v : waiting_)
+        MHD_resume_connection(v->connection);
+    for (visit *v : at_the_gate_)
         MHD_resume_connection(v->connection);
     for (MHD_Daemon *daemon : daemons_)
         MHD_stop_daemon(daemon);
@@ -120,8 +147,10 @@ void server::run()
         }
         gpus_.advance();
         serve_waiting();
-        for (MHD_Daemon *daemon : daemons_)
-            MHD_run(daemon);
+        do {
+            for (MHD_Daemon *daemon : daemons_)
+                MHD_run(daemon);
+        } while (check_passwords());
     }
 }
 
@@ -167,15 +196,90 @@ void server::on_completion(void *self, MHD_Connection *, void **context, MHD_Req
 {
     visit *const v = static_cast<visit *>(*context);
     if (v != nullptr)
-        static_cast<server *>(self)->waiting_.remove(v);
+        static_cast<server *>(self)->waiting_.remove(v); // it is not at the gate: whoever stands there is suspended
     delete v;
     *context = nullptr;
 }
+
+// ---- who may enter
+
+bool server::shows_certificate(MHD_Connection *connection) const
+{
+    const MHD_ConnectionInfo *info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_GNUTLS_SESSION);
+    if (info == nullptr || info->tls_session == nullptr)
+        return false;
+    auto *const session = static_cast<gnutls_session_t>(info->tls_session);
+    unsigned number = 0, status = 0;
+    if (gnutls_certificate_get_peers(session, &number) == nullptr || number == 0)
+        return access_.tls->wanted == client_certificate::optional;
+    return gnutls_certificate_verify_peers2(session, &status) == 0 && status == 0;
+}
+
+server::entry server::decide(visit &v)
+{
+    if (access_.tls && access_.tls->wanted != client_certificate::unwanted && !shows_certificate(v.connection))
+        return entry::refused;
+    return gate_.is_open() ? entry::granted : decide_by_password(v);
+}
+
+server::entry server::decide_by_password(visit &v)
+{
+    struct release {
+        void operator()(char *text) const { MHD_free(text); }
+    };
+    char *given = nullptr;
+    const std::unique_ptr<char, release> user(MHD_basic_auth_get_username_password(v.connection, &given));
+    const std::unique_ptr<char, release> password(given);
+    if (!user || !password)
+        return entry::refused;
+    v.who = {user.get(), password.get()};
+    if (gate_.knows(v.who))
+        return entry::granted;
+    at_the_gate_.push_back(&v);
+    MHD_suspend_connection(v.connection);
+    return entry::undecided;
+}
+
+bool server::check_passwords()
+{
+    bool goes_on = false;
+    const auto let = [&](visit &v, bool may_enter) {
+        at_the_gate_.pop_front();
+        v.may_enter = may_enter ? entry::granted : entry::refused;
+        MHD_resume_connection(v.connection);
+        goes_on = true;
+    };
+    if (gate_.is_busy()) {
+        pollfd done = {gate_.descriptor(), POLLIN, 0};
+        if (poll(&done, 1, 0) != 1)
+            return false;
+        epoll_ctl(events_, EPOLL_CTL_DEL, gate_.descriptor(), nullptr);
+        let(*at_the_gate_.front(), gate_.finish());
+    }
+    while (!at_the_gate_.empty()) {
+        visit &v = *at_the_gate_.front();
+        const bool is_known = gate_.knows(v.who); // since it came
+        if (!is_known && gate_.begin(v.who)) {
+            watch(events_, gate_.descriptor());
+            break;
+        }
+        let(v, is_known);
+    }
+    return goes_on;
+}
+
+// ---- what they get
 
 MHD_Result server::answer(visit &v, std::string_view path, std::string_view method)
 {
     if (v.seen)
         return answer_with_readings(v);
+    if (v.may_enter == entry::undecided)
+        v.may_enter = decide(v);
+    if (v.may_enter == entry::undecided)
+        return MHD_YES; // suspended
+    if (v.may_enter == entry::refused)
+        return refuse(v.connection, MHD_HTTP_UNAUTHORIZED);
     if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD)
         return refuse(v.connection, MHD_HTTP_METHOD_NOT_ALLOWED);
     if (path == "/metrics")
