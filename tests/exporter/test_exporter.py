@@ -170,11 +170,13 @@ def test_crashed_reader_is_told_and_started_anew(host: Host) -> None:
 
 
 def test_hostile_texts_are_shown_and_not_obeyed(host: Host) -> None:
-    # A name of at most 15 bytes, as the driver stores it.
+    node = host.card("vek_product_name")
+    assert node.exists()
     for name in ('<b>"\\&', "\x1b[2J\u202eabc", "\xff\x80"):
-        host.hwmon("vek_product_name").write_bytes(name.encode("utf-8" if name != "\xff\x80" else "latin-1") + b"\n")
+        node.write_bytes(name.encode("utf-8" if name != "\xff\x80" else "latin-1") + b"\n")
         exporter = host.export()
         page, metrics = exporter.get("/").text, exporter.get()
+        assert "<h2>GPU 0: <bdi>" in page and "TALON-M1" not in page + metrics.text
         assert promtool_objects_to(metrics.text) == "" and samples_of(metrics.text)
         assert "<b>" not in page and "\x1b" not in page + metrics.text and "\u202e" not in page + metrics.text
         assert "<script" not in page and "http:" not in page and "//" not in page

@@ -114,9 +114,11 @@ std::string told_state(const answer &one)
 void put_gpu(std::string &page, const answer &one, const gpu_history &history)
 {
     const readings::value &name = one[field_of("name")], &model = one[field_of("model")];
-    const std::string title = is_present(name) ? text_of(name) : is_present(model) ? text_of(model) : "GPU";
-    page += fmt::format("<section class=\"{}\">\n<h2>GPU {}: <bdi>{}</bdi></h2>\n<div class=\"where\">{}</div>\n",
-                        name_of(one.state), one.index, escaped(title), escaped(history.bus_id));
+    const std::string title = text_of(is_present(name) ? name : model);
+    page += fmt::format("<section class=\"{}\">\n<h2>GPU {}", name_of(one.state), one.index);
+    if (!title.empty())
+        page += fmt::format(": <bdi>{}</bdi>", escaped(title));
+    page += fmt::format("</h2>\n<div class=\"where\">{}</div>\n", escaped(history.bus_id));
     page += fmt::format("<div class=\"state\">{} {}</div>\n", sign_of(one.state), escaped(told_state(one)));
     if (one.state == gpu_state::ok) {
         page += "<dl>\n";
