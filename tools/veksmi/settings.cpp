@@ -118,6 +118,8 @@ int show_settings(const std::vector<const setting *> &shown, session &gpus)
             if (gpu.state == gpu_state::ok)
                 print("GPU {}: the {} is {}; {} takes {}\n", gpu.index, s->description,
                       number_text(gpu.more.at("set").at("old"), *s), command_of(*s), values_of(*s));
+            else if (gpu.state == gpu_state::asleep && s == shown.front())
+                print("GPU {}: asleep; --wake wakes it\n", gpu.index);
         }
         status = std::max(status, s == shown.back() ? status_of(said) : exit_done);
     }
@@ -138,7 +140,8 @@ void print_outcome(const setting &s, const std::string &text, const answer &gpu)
             fmt::format("GPU {}: the {} reads {} now, not {}", gpu.index, s.description, number_text(now, s), text));
 }
 
-void print_json(const setting &s, const std::string &text, const answer &gpu)
+// UNANSWERED is told where the GPU did not answer.
+void print_json(const setting &s, const std::string &text, const answer &gpu, const char *unanswered)
 {
     json object = {{"index", gpu.index},
                    {"card", gpu.card ? json(*gpu.card) : json()},
@@ -151,8 +154,7 @@ void print_json(const setting &s, const std::string &text, const answer &gpu)
     object["new"] = told ? gpu.more.at("set").at("new") : json();
     object["result"] = told ? gpu.more.at("set").at("result") : json();
     const std::string words = words_of_library(gpu);
-    object["message"] =
-        told ? (words.empty() ? json() : json(words)) : json("it is not known whether the value was taken");
+    object["message"] = told ? (words.empty() ? json() : json(words)) : json(unanswered);
     put(json_text({{"schema", 2}, {"gpus", json::array({object})}, {"units", json::object()}}) + "\n");
 }
 
@@ -239,8 +241,13 @@ int change_setting(const char *family, const options &wanted, session &gpus)
     const answer &chosen = known.front();
     if (chosen.driverless)
         throw usage_error("nothing can be set without the driver");
-    if (chosen.state != gpu_state::ok)
+    if (chosen.state == gpu_state::asleep)
+        throw usage_error(fmt::format("GPU {} is asleep, and nothing was set; --wake wakes it", chosen.index));
+    if (chosen.state != gpu_state::ok) {
+        if (wanted.shape == format::json)
+            print_json(s, text, chosen, "nothing was set");
         return status_of(known);
+    }
     if (s.pause > 0 && geteuid() == 0 && wanted.shape == format::table) {
         print("GPU {}: setting the {} blocks for {}\n", chosen.index, s.description, pause_of(s));
         flush_output();
@@ -250,7 +257,7 @@ int change_setting(const char *family, const options &wanted, session &gpus)
     const answers said = gpus.ask({.more = {{"set", asked}}, .extra = std::chrono::milliseconds(s.pause)});
     const answer &gpu = said.front();
     if (wanted.shape == format::json)
-        print_json(s, text, gpu);
+        print_json(s, text, gpu, "it is not known whether the value was taken");
     if (gpu.state != gpu_state::ok) {
         complain(fmt::format("GPU {}: it is not known whether the {} was set", gpu.index, s.description));
         return status_of(said);

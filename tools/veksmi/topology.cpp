@@ -21,9 +21,11 @@ json text_of_node(const std::string &path)
 json number_of_node(const std::string &path)
 {
     const json text = text_of_node(path);
-    char *end = nullptr;
-    const double number = text.is_string() ? std::strtod(text.get_ref<const std::string &>().c_str(), &end) : 0;
-    return number > 0 ? json(number) : json();
+    const double number = text.is_string() ? std::strtod(text.get_ref<const std::string &>().c_str(), nullptr) : 0;
+    if (!(number > 0 && number < 1e6))
+        return nullptr;
+    const auto whole = static_cast<std::int64_t>(number);
+    return static_cast<double>(whole) == number ? json(whole) : json(number);
 }
 
 bool is_bus_id(std::string_view name)
