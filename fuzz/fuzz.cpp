@@ -2,7 +2,6 @@
 //
 // One target for each text or record that the driver hands over: vekml_fuzz --target=NAME FOLDER [libFuzzer's options].
 // vekml_fuzz --seeds=FOLDER fills FOLDER/NAME for every target from a simulated host and prints the names.
-#include "arguments.h"
 #include "debug_log.h"
 #include "driver_model.h"
 #include "drm_card.h"
@@ -175,20 +174,6 @@ std::string as_reply(const std::string &bytes)
     return text + "\n";
 }
 
-std::string arguments()
-{
-    static const char *const lines[] = {"list",
-                                        "-i\n0\ninfo",
-                                        "query\n--fields\ntemperature,power\n--format\njson",
-                                        "monitor\n-n\n0.5\n-c\n3",
-                                        "--gpu\n0000:03:00.0\nfan\nset\nfan\n60",
-                                        "temp\nset\nmax\n95\n-i\n1",
-                                        "help\nclock",
-                                        "--out-of-band\nps"};
-    static std::size_t next;
-    return lines[next++ % std::size(lines)];
-}
-
 // All nodes of one value but the vendor id, without which there is no GPU.
 std::vector<std::string> attributes()
 {
@@ -235,7 +220,6 @@ std::vector<target> all_targets()
          request_all,
          replies,
          as_reply},
-        {"arguments", {}, {}, run_arguments, arguments},
     };
 }
 
