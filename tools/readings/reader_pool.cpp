@@ -26,7 +26,7 @@ using std::chrono::seconds;
 
 constexpr auto longest_pause = seconds(60);
 constexpr auto first_pause = seconds(1);
-constexpr int patience = 100;               // looks at a process that ends, half a millisecond apart
+constexpr int patience = 100;               // looks at a process that ends, a millisecond apart
 constexpr auto shortest_grace = seconds(2); // how long one that is stuck may still answer before it is killed
 
 // What has become of the process of a GPU, in the order of its life.
@@ -226,7 +226,7 @@ struct reader_pool::state {
         const pid_t pid = s.process->pid();
         int status = 0;
         pid_t gone = 0;
-        for (int look = 0; look < patience && gone == 0 && why.empty(); ++look) {
+        for (int look = 0; look < 5 * patience && gone == 0 && why.empty(); ++look) {
             gone = waitpid(pid, &status, WNOHANG);
             if (gone == 0)
                 poll(nullptr, 0, 1);
