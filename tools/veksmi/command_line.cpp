@@ -28,6 +28,7 @@ constexpr entry commands[] = {
     {"topology", "NUMA node, CPUs and the way through the PCI bridges", show_topology, false, true},
     {"health", "a verdict per GPU: ok, warning, critical or unknown", show_health, true},
     {"why", "why values are missing, and what to do", explain_missing},
+    {"report", "a file for a bug report, which veksim plays back", write_report, true, true},
     version,
 };
 
@@ -119,6 +120,16 @@ void add_top_options(CLI::App &top, options &wanted)
                });
     top.add_flag("--once", wanted.once, "prints one screen as text")->disable_flag_override();
     top.add_flag("--ascii", wanted.ascii, "draws with ASCII")->disable_flag_override();
+}
+
+void add_report_options(CLI::App &report, options &wanted)
+{
+    add_option(report, "-o,--output", "FILE", "where to write it, - for standard output", [&](const std::string &text) {
+        wanted.output = text;
+        return !text.empty();
+    });
+    report.add_flag("--full", wanted.full, "masks nothing: chip ids, processes and host name are in it")
+        ->disable_flag_override();
 }
 
 void add_set_command(CLI::App &family, const char *name, request_line &asked)
@@ -260,6 +271,8 @@ void describe(CLI::App &app, request_line &asked, std::vector<std::string> &help
             });
         if (e.run == show_live)
             add_top_options(*sub, asked.wanted);
+        if (e.run == write_report)
+            add_report_options(*sub, asked.wanted);
         if (e.run == explain_missing)
             sub->add_option("FIELD", asked.wanted.words, "fields to explain; without one, all that are missing");
         add_set_command(*sub, e.name, asked);

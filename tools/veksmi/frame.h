@@ -50,6 +50,8 @@ struct options {
     bool yes = false; // also a value outside the usual range
     process_order order = process_order::memory;
     std::vector<std::string> words; // behind the command
+    std::string output;             // of a report
+    bool full = false;              // nothing in it is masked
 };
 
 // The number that TEXT is from its first character to its last.
@@ -63,6 +65,7 @@ std::optional<Number> to_number(std::string_view text)
 
 // Keys separated by commas. An unknown one is thrown as usage_error.
 field_list parse_fields(std::string_view keys);
+const field_list &query_fields(); // those of a query that names none
 
 int exit_status(int result);                   // the result code where it fits
 int status_of(const answers &gpus);            // the first failure, after telling of each; a sick GPU before all
@@ -93,6 +96,7 @@ int show_versions(const options &, session &);
 int explain_missing(const options &, session &);
 int show_health(const options &, session &);
 int show_topology(const options &, session &);
+int write_report(const options &, session &);
 
 void check_setting(const char *family, const options &); // throws usage_error
 int change_setting(const char *family, const options &, session &);

@@ -17,7 +17,7 @@ constexpr const char *usage = R"(veksmi [-i GPU] [COMMAND] [OPTION...]: shows an
   temp  fan  power  clock   readings and limits
   thermal  dvfs  pcie  vpu  protection, frequency scaling, link, video engines
   health  why  topology     a verdict; why values are missing; the PCIe path
-  version  help             versions; help COMMAND tells more of one
+  report  version  help     a file for a bug report; versions; help COMMAND
 
   fan set fan 60            sets a value, as root; so do temp, power, clock,
   dvfs set 1                thermal and dvfs: "help fan" lists what and how much

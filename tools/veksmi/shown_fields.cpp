@@ -20,6 +20,8 @@ int show(const options &wanted, session &gpus)
                                                      : pick<"index", "model", "bus_id", Keys...>());
 }
 
+} // namespace
+
 const field_list &query_fields()
 {
     static const field_list fields =
@@ -30,8 +32,6 @@ const field_list &query_fields()
              "display_connected">();
     return fields;
 }
-
-} // namespace
 
 int list_gpus(const options &wanted, session &gpus)
 {
