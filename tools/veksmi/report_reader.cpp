@@ -148,14 +148,12 @@ node_lane::~node_lane()
         end(w);
 }
 
-void node_lane::start(std::size_t first)
+bool node_lane::start(std::size_t first)
 {
     int ends[2];
     last_step_ = clock::now();
-    if (first >= jobs_.size() || workers_.size() >= most_workers || pipe2(ends, O_CLOEXEC) != 0) {
-        exhausted_ = true;
-        return;
-    }
+    if (first >= jobs_.size() || pipe2(ends, O_CLOEXEC) != 0)
+        return false;
     const pid_t program = getpid();
     const pid_t child = fork();
     if (child == 0) {
@@ -167,11 +165,11 @@ void node_lane::start(std::size_t first)
     close(ends[1]);
     if (child < 0) {
         close(ends[0]);
-        exhausted_ = true;
-        return;
+        return false;
     }
     fcntl(ends[0], F_SETFL, O_NONBLOCK);
     workers_.push_back({child, ends[0], first, false});
+    return true;
 }
 
 void node_lane::end(worker &w)
@@ -228,10 +226,11 @@ void node_lane::advance()
             break;
     }
     std::erase_if(workers_, [](const worker &w) { return w.pid < 0; });
-    if (exhausted_ || workers_.empty() || workers_.back().left_behind || clock::now() - last_step_ < patience_)
+    if (workers_.empty() || workers_.size() >= most_workers || clock::now() - last_step_ < patience_)
         return;
-    workers_.back().left_behind = true;
-    start(workers_.back().job + 1);
+    const std::size_t newest = workers_.size() - 1;
+    if (!workers_[newest].left_behind && start(workers_[newest].job + 1))
+        workers_[newest].left_behind = true;
 }
 
 bool node_lane::is_over() const

@@ -56,7 +56,7 @@ private:
         std::string received{};
     };
 
-    void start(std::size_t first);
+    bool start(std::size_t first);
     void take(worker &w);
     void end(worker &w);
 
@@ -65,5 +65,4 @@ private:
     clock::duration patience_;
     clock::time_point last_step_{};
     std::vector<worker> workers_{};
-    bool exhausted_ = false;
 };
