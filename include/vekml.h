@@ -127,7 +127,11 @@ typedef struct Vpu_codec_info_st {
 /** Capacity of the device table. ::vekml_init fills at most 15 entries, ::vekml_out_of_band_init all 16. */
 #define VEKML_MAX_DEVICES 16
 
-/** One GPU. Clients read it through the calls below; its layout is fixed all the same. */
+/**
+ * One GPU. Clients read it through the calls below; its layout is fixed all the same. `mapped_bar0` is the mapped
+ * 32 MiB window of BAR0, which is device memory: read it with aligned loads of at most 32 bits, never with memcpy or
+ * the like.
+ */
 typedef struct vekml_device_record {
     char card_path[128];              /**< CARD */
     char hwmon_path[128];             /**< HWMON; empty when there is none */
@@ -173,10 +177,8 @@ typedef struct vekml_device_record {
     uint64_t last_dec_vcmd_num;       /**< decoder commands executed at the previous sample */
     uint64_t last_sample_sec;         /**< time of the previous sample, seconds since the epoch */
     uint64_t last_sample_usec;        /**< and its microseconds */
-    /** The mapped 32 MiB window of BAR0, or null. It is device memory: read it with aligned loads of at most 32 bits,
-     *  never with memcpy or the like. */
-    void *mapped_bar0;
-    uint32_t bar0_mapped; /**< 1 once `mapped_bar0` is valid, else 0 */
+    void *mapped_bar0;                /**< window of BAR0 or null; device memory: aligned loads, 32 bits at most */
+    uint32_t bar0_mapped;             /**< 1 once `mapped_bar0` is valid, else 0 */
 } vekml_device_record_t;
 
 /** The library's whole state: all zero at load and after ::vekml_shutdown. */

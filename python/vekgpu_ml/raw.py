@@ -121,7 +121,10 @@ VEKML_MAX_DEVICES = 16
 
 
 class vekml_device_record_t(Structure):
-    """One GPU. Clients read it through the calls below; its layout is fixed all the same."""
+    """One GPU. Clients read it through the calls below; its layout is fixed all the same. `mapped_bar0` is the mapped
+    32 MiB window of BAR0, which is device memory: read it with aligned loads of at most 32 bits, never with memcpy or
+    the like.
+    """
 
     card_path: bytes  # CARD
     hwmon_path: bytes  # HWMON; empty when there is none
@@ -167,7 +170,7 @@ class vekml_device_record_t(Structure):
     last_dec_vcmd_num: int  # decoder commands executed at the previous sample
     last_sample_sec: int  # time of the previous sample, seconds since the epoch
     last_sample_usec: int  # and its microseconds
-    mapped_bar0: Optional[int]  # the mapped 32 MiB window of BAR0, or null
+    mapped_bar0: Optional[int]  # window of BAR0 or null; device memory: aligned loads, 32 bits at most
     bar0_mapped: int  # 1 once `mapped_bar0` is valid, else 0
 
     _fields_ = [
@@ -234,7 +237,10 @@ class vekml_globals_t(Structure):
 
 globals = Data(
     "globals",
-    """The one state record, for clients that read the table themselves; nobody but the library writes it.""",
+    """The one state record, for clients that read the table themselves; nobody but the library writes it. Its name is
+    program-wide: a program or library that has a `globals` of its own, and does not keep it `static`, puts that in the
+    place of this one, for the library too.
+    """,
     vekml_globals_t,
 )
 # A GPU. Valid from vekml_init to vekml_shutdown; after that it points at a zeroed record.
@@ -280,6 +286,9 @@ vekml_out_of_band_init = Function(
     the driver module loaded this is vekml_init. Mapping needs root. Another start without vekml_shutdown in between
     lists the same GPUs again, behind the first.
 
+    Whether the module is loaded is asked of `lsmod`, by a shell with the caller's PATH: never call this from a set-
+    user-id program.
+
     Returns VEKML_SUCCESS when the driver is loaded and vekml_init was run, 1 after an out-of-band start, whatever
     became of each GPU.
     """,
@@ -287,14 +296,16 @@ vekml_out_of_band_init = Function(
 )
 vekml_pci_out_of_band_manager = Function(
     "vekml_pci_out_of_band_manager",
-    """Map one GPU's BAR0 window and take a snapshot of its firmware information block into its device record.
+    """Map one GPU's BAR0 window and take a snapshot of its firmware information block into its device record. A GPU
+    whose memory is switched off is enabled first. vekml_shutdown unmaps the window, whether or not the entry is in use.
 
     gpu_index: position in the device table
 
     dev: the GPU as libpciaccess lists it, probed
 
     Returns VEKML_SUCCESS; VEKML_ERROR_NO_PERMISSION without root; VEKML_ERROR_NODE_IO when "/dev/mem" cannot be opened,
-    BAR0 is absent or not page-aligned, the mapping fails, or the index is outside the table.
+    BAR0 is absent, not page-aligned, not memory or smaller than the window, the mapping fails, or the index is outside
+    the table.
     """,
     vekml_return_t,
     gpu_index=c_uint32,
@@ -912,7 +923,8 @@ vekml_device_get_driver_version = Function(
 )
 vekml_device_get_driver_release_version = Function(
     "vekml_device_get_driver_release_version",
-    """Version of the installed driver package, from the Debian package list; without the packaging revision.
+    """Version of the installed driver package, from the Debian package list; without the packaging revision. The list
+    is asked of `dpkg`, by a shell with the caller's PATH: never call this from a set-user-id program.
 
     version: a buffer of at least `size` + 1 bytes; left alone when no package is installed or its version is longer
     than `size`
