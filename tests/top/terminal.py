@@ -112,4 +112,6 @@ class Terminal:
 
     @property
     def text(self) -> str:
-        return "\n".join(line.rstrip() for line in self.screen.display) + "\n"
+        # Cell by cell: pyte's own display breaks on half a wide character, which a look amid an update may find.
+        rows = ([self.screen.buffer[y][x].data for x in range(self.screen.columns)] for y in range(self.screen.lines))
+        return "\n".join("".join(row).rstrip() for row in rows) + "\n"
