@@ -48,6 +48,27 @@ constexpr bool same_profile(const vekml_id_model_t &row, const vekml_id_model_t 
            std::string_view(row.decoder) == profile.decoder && std::string_view(row.encoder) == profile.encoder;
 }
 
+/** The maker's word, then perhaps a blank and a letter, digits, and perhaps a blank and a suffix. */
+constexpr bool is_model_name(std::string_view name)
+{
+    if (name.size() > 12 || !name.starts_with(maker_word))
+        return false;
+    std::string_view rest = name.substr(std::string_view(maker_word).size());
+    if (rest.starts_with(' ') && rest.size() > 1 && rest[1] >= 'A' && rest[1] <= 'Z')
+        rest.remove_prefix(2);
+    const std::size_t digits = std::min(rest.find_first_not_of("0123456789"), rest.size());
+    return digits > 0 && (digits == rest.size() || (rest[digits] == ' ' && digits + 1 < rest.size()));
+}
+
+/** By position in the table: the first boards leave their subsystem out. */
+constexpr bool has_its_subsystem(const vekml_board_t &board)
+{
+    constexpr std::uint32_t ids[VEKML_BOARDS] = {0, 0, 0, 0, 0, 0, 0, 0x11, 0x2, 0x12, 0x22};
+    const auto row = &board - talonProductArr;
+    return board.vendor_id == VEKGPU_PCI_VENDOR_ID && board.subsystem_device_id == ids[row] &&
+           board.subsystem_vendor_id == (row < 5 ? 0 : VEKGPU_PCI_VENDOR_ID);
+}
+
 /** Capability profiles; the first column counts the models that carry each. */
 constexpr vekml_id_model_t profiles[] = {
     {4, "", 12, 50, 1000, 32, "4K60", "1080p60"},    {1, "", 12, 50, 1200, 32, "4K60", "1080p60"},
@@ -81,18 +102,19 @@ static_assert(std::all_of(std::begin(idModelArray), std::end(idModelArray),
               "device ids and model names are unique");
 static_assert(std::all_of(std::begin(idModelArray), std::end(idModelArray),
                           [](const auto &row) {
-                              const std::string_view model = row.model;
-                              return model.starts_with(maker_word) && model.size() <= 12 &&
+                              return is_model_name(row.model) &&
                                      std::string_view(row.decoder).size() < capability_size &&
                                      std::string_view(row.encoder).size() < capability_size;
                           }),
-              "model names begin with the maker's word and fit their clients' buffers, as do the capability texts");
+              "model names have their form and fit their clients' buffers, as do the capability texts");
 static_assert(std::all_of(std::begin(talonProductArr), std::end(talonProductArr),
                           [](const auto &board) {
                               return std::any_of(std::begin(idModelArray), std::end(idModelArray),
                                                  [&](const auto &row) { return row.device_id == board.device_id; });
                           }),
               "every board carries a model");
+static_assert(std::all_of(std::begin(talonProductArr), std::end(talonProductArr), has_its_subsystem),
+              "every board has its subsystem ids");
 
 // ---- Lookups without a trace ----
 
