@@ -223,7 +223,8 @@ VEKML_API vekml_return_t vekml_init_card(uint32_t card_index);
 /**
  * Unmap every BAR0 window and clear the whole state. Harmless before ::vekml_init.
  *
- * @return ::VEKML_SUCCESS, or ::VEKML_ERROR_NODE_IO when a window cannot be unmapped; the state then stays as it is.
+ * @return ::VEKML_SUCCESS, or ::VEKML_ERROR_NODE_IO when a window cannot be unmapped, with a line on standard error;
+ *         the state then stays as it is.
  */
 VEKML_API vekml_return_t vekml_shutdown(void);
 
@@ -236,7 +237,8 @@ VEKML_API vekml_return_t vekml_shutdown(void);
  * set-user-id program.
  *
  * @return ::VEKML_SUCCESS when the driver is loaded and ::vekml_init was run, 1 after an out-of-band start, whatever
- *         became of each GPU.
+ *         became of each GPU. A PCI bus that cannot be listed prints a line, a GPU what
+ *         ::vekml_pci_out_of_band_manager prints.
  */
 VEKML_API vekml_return_t vekml_out_of_band_init(void);
 
@@ -247,8 +249,9 @@ VEKML_API vekml_return_t vekml_out_of_band_init(void);
  * @param gpu_index position in the device table
  * @param dev the GPU as libpciaccess lists it, probed
  * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NO_PERMISSION without root; ::VEKML_ERROR_NODE_IO when "/dev/mem" cannot be
- *         opened, BAR0 is absent, not page-aligned, not memory or smaller than the window, the mapping fails, or the
- *         index is outside the table.
+ *         opened, BAR0 is absent, not page-aligned, not memory or smaller than the window, the mapping fails, or, with
+ *         nothing printed, `dev` is null or the index outside the table. Without root and for a BAR0 that is not
+ *         page-aligned lines go to standard output, for the others to standard error.
  */
 VEKML_API vekml_return_t vekml_pci_out_of_band_manager(uint32_t gpu_index, struct pci_device *dev);
 
@@ -538,7 +541,7 @@ VEKML_API vekml_return_t vekml_device_get_device_id(vekml_device_t device, uint3
  * Memory bus width from the identity tables, bits.
  *
  * @return ::VEKML_SUCCESS; ::VEKML_ERROR_INVALID_ARGUMENT for a null argument; ::VEKML_ERROR_NOT_FOUND for an unknown
- *         board.
+ *         board, with 0 stored.
  */
 VEKML_API vekml_return_t vekml_device_get_gddr_width(vekml_device_t device, uint32_t *width);
 
@@ -968,7 +971,7 @@ typedef struct dvfs_t {
  * Set one thermal limit; blocks for 1 s after the write. Pointers are not checked, nor is the value.
  *
  * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NO_PERMISSION without root; ::VEKML_ERROR_NODE_IO when the write fails or the
- *         type is unknown. Failures print a line.
+ *         type is unknown. Failures print a line, and so does the success of ::enable_thm_slowdown_type.
  */
 VEKML_API vekml_return_t vekml_device_set_thermal_info(vekml_device_t handle, thm_set *set, thm_type type);
 
@@ -976,7 +979,7 @@ VEKML_API vekml_return_t vekml_device_set_thermal_info(vekml_device_t handle, th
  * Read one thermal limit into its field.
  *
  * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NOT_FOUND when the node is unreadable, with 0 stored and a line printed;
- *         ::VEKML_ERROR_NODE_IO when the type is unknown.
+ *         ::VEKML_ERROR_NODE_IO when the type is unknown, with a line printed.
  */
 VEKML_API vekml_return_t vekml_device_get_thermal(vekml_device_t handle, thermal *out, thm_type type);
 
@@ -1096,7 +1099,7 @@ VEKML_API vekml_return_t vekml_device_get_support_fan_info(vekml_device_t handle
  * Set the control mode, "0" (firmware) or "1" (host).
  *
  * @return ::VEKML_SUCCESS, also for another value, which is not written; ::VEKML_ERROR_NO_PERMISSION without root;
- *         ::VEKML_ERROR_NODE_IO when the write fails.
+ *         ::VEKML_ERROR_NODE_IO when the write fails. Failures print a line.
  */
 VEKML_API vekml_return_t vekml_device_set_fan_ctrl_mode(vekml_device_t handle, const char *text);
 
@@ -1104,7 +1107,7 @@ VEKML_API vekml_return_t vekml_device_set_fan_ctrl_mode(vekml_device_t handle, c
  * Set the PWM value of a PWM fan, 1950 to 5998.
  *
  * @return ::VEKML_SUCCESS, also for a value out of range, which is not written; ::VEKML_ERROR_NO_PERMISSION without
- *         root; ::VEKML_ERROR_NODE_IO when the board has no PWM fan or the write fails.
+ *         root; ::VEKML_ERROR_NODE_IO when the board has no PWM fan or the write fails. Failures print a line.
  */
 VEKML_API vekml_return_t vekml_device_set_fan_pwm1(vekml_device_t handle, const char *text);
 
@@ -1113,7 +1116,7 @@ VEKML_API vekml_return_t vekml_device_set_fan_pwm1(vekml_device_t handle, const 
  *
  * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NO_PERMISSION without root; ::VEKML_ERROR_UNKNOWN when the control mode is
  *         unreadable; ::VEKML_ERROR_NODE_IO when the board has a PWM fan, the value is out of range, the firmware
- *         controls the fan or the write fails.
+ *         controls the fan or the write fails. Failures print a line.
  */
 VEKML_API vekml_return_t vekml_device_set_fan1_speed(vekml_device_t handle, const char *text);
 
@@ -1154,7 +1157,7 @@ VEKML_API vekml_return_t vekml_device_get_power_info(vekml_device_t handle, powe
  * Set the core voltage through HWMON/in0_input; blocks for 500 ms after the write.
  *
  * @return ::VEKML_SUCCESS; ::VEKML_ERROR_NO_PERMISSION without root or when the driver does not let the voltage be set;
- *         ::VEKML_ERROR_NODE_IO when the write fails.
+ *         ::VEKML_ERROR_NODE_IO when the write fails. Prints a line in every case.
  */
 VEKML_API vekml_return_t vekml_device_set_power_volt(vekml_device_t handle, const char *text);
 
@@ -1162,7 +1165,7 @@ VEKML_API vekml_return_t vekml_device_set_power_volt(vekml_device_t handle, cons
  * Set the power cap HWMON/power1_cap, 1 to 19999.
  *
  * @return ::VEKML_SUCCESS, also for a value out of range, which is not written; ::VEKML_ERROR_NO_PERMISSION without
- *         root; ::VEKML_ERROR_NODE_IO when the write fails.
+ *         root; ::VEKML_ERROR_NODE_IO when the write fails. Failures print a line.
  */
 VEKML_API vekml_return_t vekml_device_set_power_warn(vekml_device_t handle, const char *text);
 
@@ -1225,8 +1228,11 @@ VEKML_API vekml_return_t vekml_device_get_temp_info_by_out_of_band(vekml_device_
 VEKML_API vekml_return_t vekml_device_get_power_info_by_out_of_band(vekml_device_t handle, uint32_t info[4]);
 
 /**
- * What the firmware block tells of the whole record; otherwise ::vekml_device_query_two_parts, with the memory
- * total in MiB, the graphics clock divided by 1000000 and the total power divided by 1000.
+ * What the firmware block tells of the whole record: the second `clock`, `name`, `vbios_version`, `fw_ver`, `pci_ids`,
+ * `device_id`, `pci_info`, the local total of `memory`, `chip_model`, the second `temperature`, `power_state`, `power`,
+ * `fan_speed`, `support_fan_info` and `support_power_info`. Otherwise ::vekml_device_query_two_parts, after which,
+ * whatever its result, the local total of `memory` is `gddr_size` times 1024, the second `clock` is divided by 1000000
+ * and the last `power` by 1000.
  *
  * @return ::VEKML_SUCCESS; else as ::vekml_device_query_two_parts.
  */

@@ -276,7 +276,8 @@ vekml_shutdown = Function(
     "vekml_shutdown",
     """Unmap every BAR0 window and clear the whole state. Harmless before vekml_init.
 
-    Returns VEKML_SUCCESS, or VEKML_ERROR_NODE_IO when a window cannot be unmapped; the state then stays as it is.
+    Returns VEKML_SUCCESS, or VEKML_ERROR_NODE_IO when a window cannot be unmapped, with a line on standard error; the
+    state then stays as it is.
     """,
     vekml_return_t,
 )
@@ -290,7 +291,7 @@ vekml_out_of_band_init = Function(
     user-id program.
 
     Returns VEKML_SUCCESS when the driver is loaded and vekml_init was run, 1 after an out-of-band start, whatever
-    became of each GPU.
+    became of each GPU. A PCI bus that cannot be listed prints a line, a GPU what vekml_pci_out_of_band_manager prints.
     """,
     vekml_return_t,
 )
@@ -304,8 +305,9 @@ vekml_pci_out_of_band_manager = Function(
     dev: the GPU as libpciaccess lists it, probed
 
     Returns VEKML_SUCCESS; VEKML_ERROR_NO_PERMISSION without root; VEKML_ERROR_NODE_IO when "/dev/mem" cannot be opened,
-    BAR0 is absent, not page-aligned, not memory or smaller than the window, the mapping fails, or the index is outside
-    the table.
+    BAR0 is absent, not page-aligned, not memory or smaller than the window, the mapping fails, or, with nothing
+    printed, `dev` is null or the index outside the table. Without root and for a BAR0 that is not page-aligned lines go
+    to standard output, for the others to standard error.
     """,
     vekml_return_t,
     gpu_index=c_uint32,
@@ -787,7 +789,8 @@ vekml_device_get_gddr_width = Function(
     "vekml_device_get_gddr_width",
     """Memory bus width from the identity tables, bits.
 
-    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument; VEKML_ERROR_NOT_FOUND for an unknown board.
+    Returns VEKML_SUCCESS; VEKML_ERROR_INVALID_ARGUMENT for a null argument; VEKML_ERROR_NOT_FOUND for an unknown board,
+    with 0 stored.
     """,
     vekml_return_t,
     device=vekml_device_t,
@@ -1499,7 +1502,7 @@ vekml_device_set_thermal_info = Function(
     """Set one thermal limit; blocks for 1 s after the write. Pointers are not checked, nor is the value.
 
     Returns VEKML_SUCCESS; VEKML_ERROR_NO_PERMISSION without root; VEKML_ERROR_NODE_IO when the write fails or the type
-    is unknown. Failures print a line.
+    is unknown. Failures print a line, and so does the success of enable_thm_slowdown_type.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1511,7 +1514,7 @@ vekml_device_get_thermal = Function(
     """Read one thermal limit into its field.
 
     Returns VEKML_SUCCESS; VEKML_ERROR_NOT_FOUND when the node is unreadable, with 0 stored and a line printed;
-    VEKML_ERROR_NODE_IO when the type is unknown.
+    VEKML_ERROR_NODE_IO when the type is unknown, with a line printed.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1715,7 +1718,7 @@ vekml_device_set_fan_ctrl_mode = Function(
     """Set the control mode, "0" (firmware) or "1" (host).
 
     Returns VEKML_SUCCESS, also for another value, which is not written; VEKML_ERROR_NO_PERMISSION without root;
-    VEKML_ERROR_NODE_IO when the write fails.
+    VEKML_ERROR_NODE_IO when the write fails. Failures print a line.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1726,7 +1729,7 @@ vekml_device_set_fan_pwm1 = Function(
     """Set the PWM value of a PWM fan, 1950 to 5998.
 
     Returns VEKML_SUCCESS, also for a value out of range, which is not written; VEKML_ERROR_NO_PERMISSION without root;
-    VEKML_ERROR_NODE_IO when the board has no PWM fan or the write fails.
+    VEKML_ERROR_NODE_IO when the board has no PWM fan or the write fails. Failures print a line.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1738,7 +1741,7 @@ vekml_device_set_fan1_speed = Function(
 
     Returns VEKML_SUCCESS; VEKML_ERROR_NO_PERMISSION without root; VEKML_ERROR_UNKNOWN when the control mode is
     unreadable; VEKML_ERROR_NODE_IO when the board has a PWM fan, the value is out of range, the firmware controls the
-    fan or the write fails.
+    fan or the write fails. Failures print a line.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1801,7 +1804,7 @@ vekml_device_set_power_volt = Function(
     """Set the core voltage through HWMON/in0_input; blocks for 500 ms after the write.
 
     Returns VEKML_SUCCESS; VEKML_ERROR_NO_PERMISSION without root or when the driver does not let the voltage be set;
-    VEKML_ERROR_NODE_IO when the write fails.
+    VEKML_ERROR_NODE_IO when the write fails. Prints a line in every case.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1812,7 +1815,7 @@ vekml_device_set_power_warn = Function(
     """Set the power cap HWMON/power1_cap, 1 to 19999.
 
     Returns VEKML_SUCCESS, also for a value out of range, which is not written; VEKML_ERROR_NO_PERMISSION without root;
-    VEKML_ERROR_NODE_IO when the write fails.
+    VEKML_ERROR_NODE_IO when the write fails. Failures print a line.
     """,
     vekml_return_t,
     handle=vekml_device_t,
@@ -1915,8 +1918,11 @@ vekml_device_get_power_info_by_out_of_band = Function(
 )
 vekml_device_query_by_out_of_band = Function(
     "vekml_device_query_by_out_of_band",
-    """What the firmware block tells of the whole record; otherwise vekml_device_query_two_parts, with the memory total
-    in MiB, the graphics clock divided by 1000000 and the total power divided by 1000.
+    """What the firmware block tells of the whole record: the second `clock`, `name`, `vbios_version`, `fw_ver`,
+    `pci_ids`, `device_id`, `pci_info`, the local total of `memory`, `chip_model`, the second `temperature`,
+    `power_state`, `power`, `fan_speed`, `support_fan_info` and `support_power_info`. Otherwise
+    vekml_device_query_two_parts, after which, whatever its result, the local total of `memory` is `gddr_size` times
+    1024, the second `clock` is divided by 1000000 and the last `power` by 1000.
 
     Returns VEKML_SUCCESS; else as vekml_device_query_two_parts.
     """,
