@@ -3,17 +3,12 @@
 
 #include "cards.h"
 #include "message.h"
+#include "seat.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <csignal>
-#include <cstring>
-#include <fmt/format.h>
 #include <list>
 #include <poll.h>
 #include <sys/epoll.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
 
@@ -22,67 +17,6 @@ namespace {
 
 using clock = reader_pool::clock;
 using std::chrono::milliseconds;
-using std::chrono::seconds;
-
-constexpr auto longest_pause = seconds(60);
-constexpr auto first_pause = seconds(1);
-constexpr int patience = 100;               // looks at a process that ends, a millisecond apart
-constexpr auto shortest_grace = seconds(2); // how long one that is stuck may still answer before it is killed
-
-// What has become of the process of a GPU, in the order of its life.
-enum class life : std::uint8_t {
-    none, // to be started when its time comes
-    running,
-    dying, // killed, and not reaped yet: an unkillable read
-};
-
-struct seat {            // of one GPU, or of a card that has not told yet
-    unsigned number = 0; // of the card, or out of band the position
-    std::string link_bus_id{};
-    bool present = true;
-    bool of_another_maker = false;
-    bool greeted = false; // told that it is ours
-    std::optional<unsigned> index{};
-
-    life alive = life::none;
-    std::optional<reader> process{};
-    assembly incoming{};
-    pid_t dying_pid = -1;
-    clock::time_point start_at{}; // not before
-    clock::time_point kill_at = clock::time_point::max();
-    clock::duration pause = first_pause;
-    clock::duration grace{};
-    bool is_unkillable = false; // dying for longer than a process takes
-
-    gpu_state state = gpu_state::ok;
-    std::chrono::system_clock::time_point since{};
-    std::string detail{};
-
-    std::uint64_t asked = 0; // number of the request it is at, 0 when idle
-    bool wanted = false;     // takes part in this round
-    bool waited_for = false; // the round is not over without it
-    bool answered = false;
-    request at_work{}; // what it was asked last
-    answer greeting{}; // who it is
-    answer said{};
-
-    void enter(gpu_state now, std::string why = {})
-    {
-        if (state != now)
-            since = std::chrono::system_clock::now();
-        state = now;
-        detail = std::move(why);
-    }
-};
-
-std::string death_of(int status)
-{
-    if (!WIFSIGNALED(status))
-        return fmt::format("the reader ended with {}", WEXITSTATUS(status));
-    const int signal = WTERMSIG(status);
-    const char *name = sigdescr_np(signal);
-    return fmt::format("signal {} ({})", signal, name == nullptr ? "unknown" : name);
-}
 
 } // namespace
 
@@ -105,7 +39,7 @@ struct reader_pool::state {
     {
         if (wanted.out_of_band) {
             if (seats.empty())
-                seats.push_back({.number = 0});
+                seats.emplace_back(events, 0);
             return;
         }
         std::vector<card> cards = cards_of_host();
@@ -118,7 +52,7 @@ struct reader_pool::state {
             if (was_present && !s.present)
                 leave(s);
             if (!was_present && s.present)
-                come_back(s, s.number);
+                s.come_back(s.number);
         }
         seats.remove_if([](const seat &s) { return !s.present && !s.index && s.alive == life::none; });
         for (const card &c : cards)
@@ -132,140 +66,28 @@ struct reader_pool::state {
             return !s.present && !c.bus_id.empty() && s.link_bus_id == c.bus_id;
         });
         if (known != seats.end())
-            return come_back(*known, c.number);
+            return known->come_back(c.number);
         const auto place = std::find_if(seats.begin(), seats.end(), [&](const seat &s) { return s.number > c.number; });
-        seats.insert(place, {.number = c.number, .link_bus_id = c.bus_id});
+        seats.emplace(place, events, c.number, c.bus_id);
     }
 
     void leave(seat &s)
     {
-        end_for_good(s);
+        s.end_for_good();
         s.of_another_maker = false;
         if (s.index)
             s.enter(gpu_state::lost, "its card left /sys/class/drm");
     }
 
-    static void come_back(seat &s, unsigned number)
-    {
-        s.present = true;
-        s.number = number;
-        s.start_at = {};
-        s.pause = first_pause;
-        s.enter(gpu_state::ok);
-    }
-
-    // ---- processes
-
-    void start_reader(seat &s)
-    {
-        s.process = reader::start({s.number, wanted.out_of_band, wanted.extensions});
-        if (!s.process) {
-            s.enter(gpu_state::crashed, fmt::format("no reader could be started: {}", std::strerror(errno)));
-            postpone(s);
-            return;
-        }
-        s.alive = life::running;
-        s.incoming.clear();
-        s.asked = 0;
-        s.kill_at = clock::time_point::max();
-        epoll_event event{.events = EPOLLIN, .data = {.ptr = &s}};
-        epoll_ctl(events, EPOLL_CTL_ADD, s.process->socket(), &event);
-    }
-
-    static void postpone(seat &s)
-    {
-        s.start_at = clock::now() + s.pause;
-        s.pause = std::min<clock::duration>(s.pause * 2, longest_pause);
-    }
-
-    void hang_up(seat &s)
-    {
-        epoll_ctl(events, EPOLL_CTL_DEL, s.process->socket(), nullptr);
-        s.process.reset();
-    }
-
-    // Kills it; what cannot die yet is reaped when it does.
-    void end_reader(seat &s)
-    {
-        if (s.alive == life::running) {
-            kill(s.process->pid(), SIGKILL);
-            s.dying_pid = s.process->pid();
-            s.alive = life::dying;
-            hang_up(s);
-        }
-        s.asked = 0;
-        s.waited_for = false;
-        s.kill_at = clock::time_point::max();
-        reap(s);
-    }
-
-    // Likewise, and looks whether it can die at all.
-    void end_for_good(seat &s)
-    {
-        end_reader(s);
-        for (int look = 0; look < patience && s.alive == life::dying && !reap(s); ++look)
-            poll(nullptr, 0, 1);
-        s.is_unkillable = s.alive == life::dying;
-    }
-
-    static bool reap(seat &s)
-    {
-        if (s.alive != life::dying)
-            return false;
-        int status = 0;
-        if (waitpid(s.dying_pid, &status, WNOHANG) == 0)
-            return false;
-        s.alive = life::none;
-        s.dying_pid = -1;
-        return true;
-    }
-
-    // Its socket ended, so the process has or will in a moment.
-    void bury(seat &s, std::string why)
-    {
-        const pid_t pid = s.process->pid();
-        int status = 0;
-        pid_t gone = 0;
-        for (int look = 0; look < 5 * patience && gone == 0 && why.empty(); ++look) {
-            gone = waitpid(pid, &status, WNOHANG);
-            if (gone == 0)
-                poll(nullptr, 0, 1);
-        }
-        if (gone == pid) {
-            s.alive = life::none;
-            hang_up(s);
-            why = death_of(status);
-        } else {
-            end_reader(s);
-            why = why.empty() ? "the reader ended" : why;
-        }
-        s.asked = 0;
-        s.waited_for = false;
-        s.kill_at = clock::time_point::max();
-        if (s.of_another_maker)
-            return;
-        s.enter(gpu_state::crashed, std::move(why));
-        postpone(s);
-    }
+    void start(seat &s) const { s.start({s.number, wanted.out_of_band, wanted.extensions}); }
 
     // ---- messages
 
     void receive(seat &s)
     {
-        packet buffer(65536);
-        while (s.alive == life::running) {
-            const ssize_t length = recv(s.process->socket(), buffer.data(), buffer.size(), MSG_DONTWAIT);
-            if (length < 0 && errno == ECONNRESET) // it went without reading a request; what it said is still to come
-                continue;
-            if (length < 0 && (errno == EAGAIN || errno == EINTR))
-                return;
-            if (length <= 0)
-                return bury(s, {});
-            const auto outcome = s.incoming.add(buffer.data(), static_cast<std::size_t>(length));
-            if (outcome == assembly::outcome::more)
-                continue;
-            if (outcome == assembly::outcome::garbage || !take(s, s.incoming.document()))
-                return bury(s, "the reader's answer makes no sense");
+        while (const auto document = s.next_message()) {
+            if (!take(s, *document))
+                return s.bury("the reader's answer makes no sense");
         }
     }
 
@@ -279,16 +101,11 @@ struct reader_pool::state {
             return greet(s, document, std::move(said));
         if (*answered != s.asked || !s.greeted)
             return false;
-        s.asked = 0;
-        s.waited_for = false;
-        s.kill_at = clock::time_point::max();
-        s.grace = {};
+        s.has_answered();
         if (said.state == gpu_state::lost) {
             s.enter(gpu_state::lost, "its configuration space reads all ones");
             return true;
         }
-        if (s.state == gpu_state::ok)
-            s.pause = first_pause;
         s.enter(gpu_state::ok);
         if (!running || !s.wanted)
             return true;
@@ -321,7 +138,7 @@ struct reader_pool::state {
         }
         const std::uint64_t gpus = std::min<std::uint64_t>(count->get<std::uint64_t>(), VEKML_MAX_DEVICES);
         for (auto last = seats.back().number; wanted.out_of_band && last + 1 < gpus; ++last) {
-            seats.push_back({.number = last + 1});
+            seats.emplace_back(events, last + 1);
             seats.back().wanted = s.wanted;
             ask(seats.back());
         }
@@ -334,7 +151,7 @@ struct reader_pool::state {
     {
         const bool was_stuck = s.state == gpu_state::stuck;
         if (s.alive == life::none && s.present && clock::now() >= s.start_at)
-            start_reader(s);
+            start(s);
         if (s.alive == life::dying && s.state == gpu_state::ok)
             s.enter(gpu_state::stuck, "the last reader cannot be ended");
         if (s.alive != life::running)
@@ -343,9 +160,7 @@ struct reader_pool::state {
         if (s.asked != 0) // a round before this one was cut short
             return;
         s.at_work = asked;
-        s.asked = number;
-        if (!s.process->send(asked, number))
-            bury(s, "the reader takes no requests");
+        s.send(number);
     }
 
     bool sleeps(const seat &s) const { return !wanted.out_of_band && !wanted.wake && is_asleep(s.number); }
@@ -409,8 +224,8 @@ struct reader_pool::state {
         const auto now = clock::now();
         for (seat &s : seats) {
             if (now >= s.kill_at)
-                end_for_good(s);
-            reap(s);
+                s.end_for_good();
+            s.reap();
             if (s.state == gpu_state::stuck && s.alive == life::none && s.present)
                 follow_up(s);
         }
@@ -426,21 +241,12 @@ struct reader_pool::state {
                 ask(s);
             return;
         }
-        start_reader(s);
+        start(s);
         if (s.alive != life::running)
             return;
         s.at_work.more = json::object(); // what changes something is not done twice
-        s.asked = trial_number;
-        if (s.process->send(s.at_work, trial_number))
-            give_grace(s);
-        else
-            bury(s, "the reader takes no requests");
-    }
-
-    static void give_grace(seat &s)
-    {
-        s.grace = std::min<clock::duration>(std::max<clock::duration>(s.grace * 2, shortest_grace), longest_pause);
-        s.kill_at = clock::now() + s.grace;
+        if (s.send(trial_number))
+            s.give_grace();
     }
 
     void finish_if_over()
@@ -457,7 +263,7 @@ struct reader_pool::state {
             s.since = std::chrono::system_clock::now() -
                       std::chrono::duration_cast<std::chrono::system_clock::duration>(clock::now() - began);
             s.waited_for = false;
-            give_grace(s);
+            s.give_grace();
         }
         finish();
     }
@@ -546,12 +352,12 @@ reader_pool::reader_pool(pool_options wanted) : self_(std::make_unique<state>(st
 reader_pool::~reader_pool()
 {
     for (seat &s : self_->seats)
-        self_->end_reader(s);
+        s.end();
     // Those that can die do so within a moment; nobody waits for the others.
     for (int look = 0; look < 200; ++look) {
         bool all = true;
         for (seat &s : self_->seats)
-            all &= state::reap(s) || s.alive == life::none;
+            all &= s.reap() || s.alive == life::none;
         if (all)
             break;
         poll(nullptr, 0, 1);
