@@ -159,12 +159,16 @@ const reading<Record> &gpu::ask(std::optional<reading<Record>> &cache,
 
 const reading<vekml_util_info_t> &gpu::load()
 {
-    return ask(readings_.load, vekml_device_get_util_info);
+    ask(readings_.load, vekml_device_get_util_info);
+    note(readings_.load->result);
+    return *readings_.load;
 }
 
 const reading<vekml_mem_info_t> &gpu::memory()
 {
-    return ask(readings_.memory, vekml_device_get_mem_info);
+    ask(readings_.memory, vekml_device_get_mem_info);
+    note(readings_.memory->result);
+    return *readings_.memory;
 }
 
 const reading<vekml_process_info_t> &gpu::processes()

@@ -228,31 +228,34 @@ value link_generation(const value &speed)
     return generation;
 }
 
-value load_of(gpu &g, std::uint32_t vekml_util_info_t::*member)
+// What is made of a record that is read whole from a node of the card; without it, why.
+template <typename Record, typename Make>
+value made_of(gpu &g, const reading<Record> &(gpu::*read)(), const char *node, Make make)
 {
     if (g.driverless())
         return driver_only();
-    const auto &load = g.load();
-    g.note(load.result);
-    if (!load)
-        return looked_at(g.card_node("device/gpu_util_info"), refusal(load.result));
-    const std::uint32_t percent = load.record.*member;
-    return percent <= 100 ? number(percent) : value(missing{reason::malformed, 0, g.card_node("device/gpu_util_info")});
+    const reading<Record> &found = (g.*read)();
+    const std::string path = g.card_node(node);
+    return found ? make(found.record, path) : value(looked_at(path, refusal(found.result)));
+}
+
+value load_of(gpu &g, std::uint32_t vekml_util_info_t::*member)
+{
+    return made_of(g, &gpu::load, "device/gpu_util_info", [&](const auto &load, const auto &node) -> value {
+        const std::uint32_t percent = load.*member;
+        return percent <= 100 ? number(percent) : missing{reason::malformed, 0, node};
+    });
 }
 
 constexpr const char *memory_node = "device/gpu_mem_util_info";
 
 value memory_of(gpu &g, std::uint64_t vekml_mem_info_t::*member)
 {
-    if (g.driverless())
-        return driver_only();
-    const auto &memory = g.memory();
-    g.note(memory.result);
-    if (!memory)
-        return looked_at(g.card_node(memory_node), refusal(memory.result));
-    if (memory.record.fb_total == 0) // a success without sizes
-        return looked_at(g.card_node(memory_node), {reason::malformed});
-    return present_units().scaled(quantity::memory, memory.record.*member);
+    return made_of(g, &gpu::memory, memory_node, [&](const auto &memory, const auto &node) -> value {
+        if (memory.fb_total == 0) // a success without sizes
+            return looked_at(node, {reason::malformed});
+        return present_units().scaled(quantity::memory, memory.*member);
+    });
 }
 
 value memory_used_percent(gpu &g)
@@ -269,18 +272,15 @@ value memory_used_percent(gpu &g)
 
 value memory_errors_of(gpu &g, std::uint32_t (vekml_gddr_crc_t::*member)[4])
 {
-    if (g.driverless())
-        return driver_only();
-    const auto &errors = g.memory_errors();
-    const std::string node = g.card_node("device/gddr_crc");
-    if (!errors)
-        return looked_at(node, refusal(errors.result));
-    if (errors.record.crc_support != 1)
-        return looked_at(node, {reason::unsupported});
-    const auto &counts = errors.record.*member;
-    const auto end = std::find(std::begin(counts), std::end(counts), gpu::uncounted);
-    return end == std::begin(counts) ? value(looked_at(node, {reason::malformed}))
-                                     : std::vector<std::uint64_t>(std::begin(counts), end);
+    return made_of(g, &gpu::memory_errors, "device/gddr_crc", [&](const auto &errors, const auto &node) -> value {
+        if (errors.crc_support != 1)
+            return looked_at(node, {reason::unsupported});
+        const auto &counts = errors.*member;
+        const auto end = std::find(std::begin(counts), std::end(counts), gpu::uncounted);
+        if (end == std::begin(counts))
+            return looked_at(node, {reason::malformed});
+        return std::vector<std::uint64_t>(std::begin(counts), end);
+    });
 }
 
 value limit_of(gpu &g, thm_type type, const char *node, quantity q)
@@ -297,12 +297,8 @@ value limit_of(gpu &g, thm_type type, const char *node, quantity q)
 template <std::size_t Size>
 value version_of(gpu &g, char (vekml_driver_version_t::*member)[Size])
 {
-    if (g.driverless())
-        return driver_only();
-    const auto &version = g.driver_version();
-    const std::string node = g.card_node("version");
-    return version ? text_or(text_value(version.record.*member), node)
-                   : value(looked_at(node, refusal(version.result)));
+    return made_of(g, &gpu::driver_version, "version",
+                   [&](const auto &version, const auto &node) { return text_or(text_value(version.*member), node); });
 }
 
 // A counter that was reset makes a rate that no engine has.
