@@ -3,6 +3,7 @@
 // What reaches the programs from elsewhere: vekgpu_fuzz --target=NAME FOLDER [libFuzzer's options].
 // vekgpu_fuzz --seeds=FOLDER fills FOLDER/NAME for every target and prints the names.
 #include "arguments.h"
+#include "exporter.h"
 
 #include "readings/message.h"
 #include "readings/units.h"
@@ -119,6 +120,26 @@ std::vector<target> all_targets()
          take_units,
          {"# this host\ntemperature = millicelsius\nmemory=kibibyte # as ever\r\n",
           "power = milliwatt\nclock = hertz\n", "power\n", "fan = rpm\n"}},
+        {"request",
+         run_request,
+         {"GET /metrics HTTP/1.1\r\nHost: a\r\nAccept: "
+          "application/openmetrics-text;version=1.0.0;q=0.7,text/plain;q=0.5"
+          "\r\nX-Prometheus-Scrape-Timeout-Seconds: 0.5\r\n\r\n",
+          "HEAD /?x=%2e HTTP/1.0\r\n\r\n", "POST /healthz HTTP/1.1\r\nHost: a\r\nContent-Length: 3\r\n\r\nabc",
+          "GET /none HTTP/1.1\r\nHost: a\r\n\r\nGET / HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n",
+          "PUT / HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\nExpect: "
+          "100-continue\r\n\r\n3\r\nabc\r\n0\r\n\r\n"}},
+        {"login",
+         run_login,
+         {"GET /metrics HTTP/1.1\r\nHost: a\r\nAuthorization: Basic YWRhOmZpcnN0\r\n\r\n",
+          "GET / HTTP/1.1\r\nHost: a\r\nAuthorization: Bearer ada\r\nAuthorization: Basic !!!\r\n\r\n",
+          "GET /healthz HTTP/1.0\r\nAuthorization: Digest username=\"ada\", realm=\"metrics\"\r\n\r\n"}},
+        {"web_config",
+         run_web_config,
+         {"tls_server_config:\n  cert_file: none.crt\n  key_file: none.key\n  client_ca_file: a\n"
+          "  client_auth_type: RequireAndVerifyClientCert\n  min_version: TLS13\n",
+          "basic_auth_users:\n  ada: $2y$10$abcdefghijklmnopqrstuu5Lo0g67CiD3M4RpN1BmBb4Crp5w7dbK\n",
+          "basic_auth_users: {ada: &x y, \"b\\e[1mb\": *x, ? [a] : !!str c}\n# end\n", "--- |\n a\n...\n"}},
         {"printable", take_text, {"Prüfstück 5 °C\x9b\u202e\ufeff", "a\tb\x7f\xc2\x9b\xed\xa0\x80\xf4\x90\x80\x80"}}};
 }
 

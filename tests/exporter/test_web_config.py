@@ -113,9 +113,12 @@ def test_clients_show_certificates(host: Host, keys: Path, kind: str, without: i
     ("tls_server_config: {cert_file: server.crt, client_auth_type: Perhaps}\n", 'unknown "Perhaps"'),
     ("a: [\n", "line "),
     ("a: b: c\n", "line 1: "),
+    ("# by\n%\udcff\n", "web.yml: line 2: it holds bytes that are no text"),
+    ("tls_server_config: {cert_file: \"\\e[2J\", key_file: server.key}\n", "?[2J: No such file"),
+    ("tls_server_config: {cert_file: /dev/zero, key_file: server.key}\n", "/dev/zero: it is larger than 1 MiB"),
 ])
 def test_faulty_configuration_is_one_line_and_serves_nothing(host: Host, keys: Path, text: str, reason: str) -> None:
-    (keys / "web.yml").write_text(text)
+    (keys / "web.yml").write_text(text, errors="surrogateescape")
     result = host.run("--listen", "127.0.0.1:0", "--web-config", str(keys / "web.yml"))
     assert result.returncode == 1 and "listening" not in result.stderr
     assert result.stderr.startswith("vekgpu-exporter: ") and reason in result.stderr

@@ -22,15 +22,22 @@ namespace exporter {
 namespace {
 
 constexpr int costliest_hash = 15; // seconds for each login beyond this
+constexpr std::size_t largest_file = 1 << 20;
 
 std::string content_of(const std::string &path)
 {
     errno = 0;
     std::ifstream stream(path, std::ios::binary);
-    std::ostringstream text;
-    if (!stream || !(text << stream.rdbuf()))
-        throw refusal(fmt::format("{}: {}", path, errno != 0 ? std::strerror(errno) : "it is empty"));
-    return text.str();
+    std::string text;
+    char part[4096];
+    while (text.size() <= largest_file && (stream.read(part, sizeof part), stream.gcount() > 0))
+        text.append(part, static_cast<std::size_t>(stream.gcount()));
+    if (text.empty() || text.size() > largest_file)
+        throw refusal(fmt::format("{}: {}", readings::printable(path),
+                                  !text.empty() ? "it is larger than 1 MiB"
+                                  : errno != 0  ? std::strerror(errno)
+                                                : "it is empty"));
+    return text;
 }
 
 class file_reader {
@@ -72,8 +79,23 @@ private:
         refuse(where, fmt::format("unknown \"{}\"; there is {}", what, known));
     }
 
+    // The parser can loop without end in bytes that are no text.
+    void check_text()
+    {
+        std::istringstream lines(text_);
+        std::string line;
+        for (unsigned number = 1; std::getline(lines, line); ++number) {
+            if (line.ends_with('\r'))
+                line.pop_back();
+            std::replace(line.begin(), line.end(), '\t', ' ');
+            if (readings::printable(line) != line)
+                throw refusal(fmt::format("{}: line {}: it holds bytes that are no text", path_, number));
+        }
+    }
+
     void parse()
     {
+        check_text();
         fy_diag_cfg quiet;
         fy_diag_cfg_default(&quiet);
         quiet.fp = nullptr;
