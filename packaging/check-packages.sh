@@ -3,7 +3,8 @@
 # usage: check-packages.sh DIR ARCHITECTURE
 # Installs the packages of ARCHITECTURE out of DIR in a new Debian root, tries them there as their users would, and
 # removes them. Where this machine does not run ARCHITECTURE, the root's programs are emulated.
-# Needs root and debootstrap, and qemu-user-static to emulate; the new root lies in DIR/root while this runs.
+# Needs root, debootstrap and systemd-container, and qemu-user-static to emulate; the new root lies in DIR/root while this
+# runs.
 set -eu
 
 if [ "${3:-}" != unshared ]; then
@@ -14,6 +15,7 @@ fi
 packages=$(cd "$1" && pwd)
 architecture=$2
 root=$packages/root
+tried=$packages/tried
 binfmt=/proc/sys/fs/binfmt_misc
 registered=
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
@@ -35,7 +37,7 @@ skip() {
 clean_up() {
     [ -z "$registered" ] || echo -1 >"$registered" || true
     umount "$root/proc" 2>/dev/null || true
-    rm -rf --one-file-system "$root"
+    rm -rf --one-file-system "$root" "$tried"
 }
 
 inside() {
@@ -78,7 +80,7 @@ files() {
 
 removal() {
     step "removal"
-    inside apt-get remove -y --auto-remove '*vekgpu-ml*' veksmi veksim
+    inside apt-get remove -y --auto-remove '*vekgpu-*' veksmi veksim
     inside apt-get purge -y '?config-files'
     files | comm -13 "$root/packages/files" - >"$root/packages/left"
     [ ! -s "$root/packages/left" ] || fail "left behind: $(cat "$root/packages/left")"
@@ -134,13 +136,101 @@ try_python() {
     removal
 }
 
-rm -rf --one-file-system "$root"
+# Prints the value of a setting of the service.
+setting() {
+    sed -n "s/^$1=//p" "$root/lib/systemd/system/vekgpu-exporter.service"
+}
+
+# The service as systemd runs it: the root is booted, and what is written there meanwhile is gone afterwards.
+serve_by_systemd() {
+    cat >"$root/packages/serve" <<'END'
+#!/bin/bash
+exec >/tried/served 2>&1
+set -eux
+fetch() {
+    exec 3<>/dev/tcp/127.0.0.1/9899
+    printf 'GET /metrics HTTP/1.0\r\n\r\n' >&3
+    timeout 20 cat <&3
+}
+systemctl is-enabled vekgpu-exporter.socket
+systemctl start vekgpu-exporter.socket
+fetch | grep '^vekgpu_exporter_build_info'
+systemctl stop vekgpu-exporter.service
+mkdir /run/systemd/system/vekgpu-exporter.service.d
+printf '[Service]\nEnvironment=VEKSIM_TRUST_TREE=1 VEKSIM_TREE=/packages/host LD_PRELOAD=%s\n' /usr/lib/*/veksim/libveksim.so \
+    >/run/systemd/system/vekgpu-exporter.service.d/simulated.conf
+systemctl daemon-reload
+fetch >/tmp/page
+[ "$(grep -c '^vekgpu_up.* 1$' /tmp/page)" = 2 ]
+main=$(systemctl show -P MainPID vekgpu-exporter.service)
+[ "$(grep -Ec '^(CapBnd:\s0+|NoNewPrivs:\s1|Seccomp:\s2)$' "/proc/$main/status")" = 3 ]
+[ "$(stat -c %u "/proc/$main")" -ge 61184 ]
+systemctl stop vekgpu-exporter.socket vekgpu-exporter.service
+systemctl show -P Result vekgpu-exporter.service | grep -x success
+[ ! -e "/proc/$main" ]
+echo served
+END
+    chmod +x "$root/packages/serve"
+    # systemd-nspawn takes /run only where it is in memory.
+    # shellcheck disable=SC2016
+    unshare --mount sh -eu -c 'mount -t tmpfs tmpfs /run
+        timeout 120 systemd-nspawn --quiet --register=no --keep-unit --private-network --volatile=overlay \
+            --console=pipe --bind="$2:/tried" -D "$1" --boot systemd.run=/packages/serve
+        ' - "$root" "$tried" </dev/null || true
+    cat "$tried/served"
+}
+
+# Where systemd does not run: the same command by such a user and with such limits as can be had without it.
+serve_alone() {
+    # shellcheck disable=SC2016
+    inside env VEKSIM_TRUST_TREE=1 VEKSIM_TREE=/packages/host COMMAND="$(setting ExecStart | sed 's/ \$ARGS$//')" UMASK="$(setting UMask)" \
+        GROUPS_OF="$(setting SupplementaryGroups | tr ' ' ,)" TASKS="$(setting TasksMax)" bash -euc '
+        umask "$UMASK"
+        LD_PRELOAD=$(echo /usr/lib/*/veksim/libveksim.so) prlimit --nproc="$TASKS" setpriv --reuid 61184 --regid 61184 \
+            --groups "$GROUPS_OF" --no-new-privs --bounding-set=-all --inh-caps=-all "$COMMAND" --deadline 5 &
+        for _ in $(seq 100); do
+            sleep 0.3
+            { exec 3<>/dev/tcp/127.0.0.1/9899; } 2>/dev/null && break
+        done
+        printf "GET /metrics HTTP/1.0\r\n\r\n" >&3
+        cat <&3 >/packages/page
+        kill %1
+        wait %1
+        [ "$(grep -c "^vekgpu_up.* 1\$" /packages/page)" = 2 ]
+    '
+}
+
+try_exporter() {
+    step "the exporter as a service"
+    install --no-install-recommends systemd
+    files >"$root/packages/files"
+    install --no-install-recommends './vekgpu-exporter_*.deb ./libvekgpu-ml1_*.deb ./veksim_*.deb'
+    for file in etc/systemd/system/sockets.target.wants/vekgpu-exporter.socket \
+        usr/share/man/man1/vekgpu-exporter.1.gz usr/share/vekgpu-exporter/vekgpu-alerts.yml \
+        usr/share/vekgpu-exporter/vekgpu-dashboard.json; do
+        [ -s "$root/$file" ] || [ -L "$root/$file" ] || fail "/$file is missing"
+    done
+    inside vekgpu-exporter --once | grep '^vekgpu_exporter_build_info' || fail "vekgpu-exporter --once"
+    inside veksim --still --tree /packages/host -- true
+    chmod -R a+rX "$root/packages/host"
+    if [ "$architecture" = "$(dpkg --print-architecture)" ] && serve_by_systemd; then
+        grep -qx served "$tried/served" || fail "the service"
+    else
+        echo "SKIPPED: systemd does not run here for $architecture: the exporter is tried without it"
+        serve_alone || fail "the exporter as another user"
+    fi
+    removal
+}
+
+rm -rf --one-file-system "$root" "$tried"
+mkdir "$tried"
 trap clean_up EXIT
 trap 'exit 1' HUP INT TERM
 [ "$architecture" = "$(dpkg --print-architecture)" ] || emulate
 step "a bare root for $architecture"
 make_root
 try_tools
+try_exporter
 try_development
 try_python
 step "the packages install, run and leave nothing behind"
