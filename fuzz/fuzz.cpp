@@ -189,14 +189,19 @@ std::vector<std::string> attributes()
 std::vector<target> all_targets()
 {
     const auto on_card = [](const char *node) { return host->card(0, node); };
-    const auto reply = [](unsigned request, unsigned selector) { return host->request(0, request, selector); };
+    std::vector<std::string> replies_of_card;
+    for (const veksim::card_request &each : veksim::card_requests)
+        replies_of_card.push_back(host->request(0, each));
     const std::string static_info = on_card("device/gpu_static_info"), load = on_card("device/gpu_util_info"),
                       memory_info = on_card("device/gpu_mem_util_info"), version = on_card("version");
     const auto read_load = [](const std::string &) { get(vekml_device_get_util_info); };
     return {
         {"static_info", {static_info}, {}, read_static_info},
         {"utilisation", {load}, {}, read_load},
-        {"utilisation_status", {"/sys/kernel/debug/vekgpu/status"}, {load, reply(0xC010644C, 2)}, read_load},
+        {"utilisation_status",
+         {"/sys/kernel/debug/vekgpu/status"},
+         {load, host->request(0, veksim::utilisation_request)},
+         read_load},
         {"memory", {memory_info}, {}, read_memory},
         {"process_status", {"/proc/5000001/status"}, {}, read_memory},
         {"driver_version", {version}, {}, read_dump},
@@ -214,12 +219,7 @@ std::vector<target> all_targets()
         {"pci_address", {}, {}, take_address, [] { return host->config(0).pci_address; }},
         {"device_model", {}, {}, take_model, [] { return host->config(0).model + " 0"; }},
         {"firmware", {}, {}, read_firmware, firmware},
-        {"replies",
-         {reply(0xC010644B, 0), reply(0xC010644C, 1), reply(0xC010644C, 2), reply(0xC010644C, 3)},
-         {static_info, load, memory_info},
-         request_all,
-         replies,
-         as_reply},
+        {"replies", replies_of_card, {static_info, load, memory_info}, request_all, replies, as_reply},
     };
 }
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host_tree.h"
 
-#include "card_requests.h"
 #include "driver_text.h"
 #include "format.h"
 
@@ -67,14 +66,14 @@ std::string host_tree::debug_dump(int position) const
     return format("/sys/kernel/debug/vekgpu/gpu%02d/debug_dump", position);
 }
 
-std::string host_tree::request(int position, unsigned number, unsigned selector) const
+std::string host_tree::request(int position, const card_request &which) const
 {
-    return format("/host/requests/card%d/%08X.%u", config(position).card, number, selector);
+    return format("/host/requests/card%d/%08X.%u", config(position).card, which.number, which.selector);
 }
 
-void host_tree::fail_request(int position, unsigned number, unsigned selector, int error)
+void host_tree::fail_request(int position, const card_request &which, int error)
 {
-    write(request(position, number, selector), "errno " + std::to_string(error) + "\n");
+    write(request(position, which), "errno " + std::to_string(error) + "\n");
 }
 
 host_tree::gpu &host_tree::add(const gpu_config &config, const gpu_state &state, bool bare)
@@ -153,8 +152,8 @@ void host_tree::publish_identity(const gpu &board)
     on_card("version", "1 10 1 10 1 4 0");
     write(card(position, "device/uevent"), uevent_text(c));
     write(card(position, "device/gpu_static_info"), static_info_text(c));
-    write(request(position, static_request, 0), static_reply(c));
-    write(request(position, information_request, static_selector), static_reply(c));
+    write(request(position, first_static_request), static_reply(c));
+    write(request(position, second_static_request), static_reply(c));
 
     on_hwmon("name", "vekgpu");
     on_hwmon("vek_vendor", vendor_name(c.vendor_index));
@@ -260,7 +259,7 @@ void host_tree::publish_readings(const gpu &board)
     publish_bus_errors(card(position, "device"), s);
     publish(card(position, "device/gddr_crc"), gddr_crc_text(s));
     publish(card(position, "device/gpu_util_info"), util_text(s));
-    publish(request(position, information_request, utilisation_selector), util_reply(s));
+    publish(request(position, utilisation_request), util_reply(s));
     publish(card(position, "device/gpu_mem_util_info"), memory_text(s));
     publish(debug_dump(position), debug_dump_text(s));
 }
@@ -283,7 +282,7 @@ void host_tree::publish_processes(const gpu &board)
                        name.c_str(), process.pid, process.pid));
         publish(format("/proc/%u/comm", process.pid), name + "\n");
     }
-    publish(request(position, information_request, processes_selector), process_reply(board.state));
+    publish(request(position, process_request), process_reply(board.state));
 }
 
 const host_tree::gpu *host_tree::first_with_driver() const

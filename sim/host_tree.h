@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "card_requests.h"
 #include "gpu.h"
 #include "node_tree.h"
 
@@ -52,8 +53,8 @@ public:
     std::string pci_bridge(int position = 0) const;                 // /sys/devices/pci0000:00/0000:00:01.0
     std::string debug_dump(int position = 0) const;                 // /sys/kernel/debug/vekgpu/gpu00/debug_dump
     // /host/requests/card0/C010644B.0
-    std::string request(int position, unsigned number, unsigned selector) const;
-    void fail_request(int position, unsigned number, unsigned selector, int error);
+    std::string request(int position, const card_request &which) const;
+    void fail_request(int position, const card_request &which, int error);
 
     // The host around them.
     void set_euid(unsigned uid);

@@ -192,7 +192,7 @@ TEST_F(client_test, what_is_not_to_be_had_is_absent)
     host.write(host.hwmon(0, "vek_gfx_freq_mhz"), "garbage\n");
     host.write(host.hwmon(0, "vek_ndf_freq_mhz"), "");
     host.remove(host.card(0, "device/gpu_util_info"));
-    host.fail_request(0, 0xC010644C, 2, 16);
+    host.fail_request(0, veksim::utilisation_request, EBUSY);
     host.set_euid(1000);
     const std::string keys = "fan_speed,power,temperature,temperature_highest,gfx_clock_mhz,ndf_clock_mhz,"
                              "gpu_util_percent";
@@ -246,7 +246,7 @@ TEST_F(client_test, processes_of_all_gpus_by_memory)
                                                  ",,\n");
     EXPECT_NE(veksmi("").out.find("  500 B       600 B  middle  N/A   N/A\n"), std::string::npos);
     host.remove(host.card(1, "device/gpu_mem_util_info"));
-    host.fail_request(1, 0xC010644C, 1, 16);
+    host.fail_request(1, veksim::process_request, EBUSY);
     EXPECT_EQ(document("ps --format json", 255)["gpus"][1]["processes"], nullptr);
 }
 

@@ -68,12 +68,6 @@ protected:
         host.write(host.hwmon(0, "fan1_target"), "50\n");
         host.add_video_libraries();
     }
-    void remove_first_choices()
-    {
-        for (const char *node :
-             {"version", "device/gpu_static_info", "device/gpu_util_info", "device/gpu_mem_util_info"})
-            host.remove(host.card(0, node));
-    }
     // The result and every byte of a call's record and what lies around it.
     std::string outcome(const call &one, int leftovers = 0)
     {
@@ -132,7 +126,7 @@ TEST_P(fault_test, is_survived)
     for (const std::string &directory : {"/sys/devices"s, "/proc"s, "/dev/dri"s})
         break_each(directory, GetParam().second, vekml_init, readers);
     remove_first_choices();
-    host.fail_request(0, 0xC010644C, 2, EIO);
+    host.fail_request(0, veksim::utilisation_request, EIO);
     break_each("/sys/kernel/debug", GetParam().second, vekml_init, readers);
 }
 

@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr unsigned request_number = 0xC010644C, statistics = 1;
 constexpr std::uint32_t base = 5000000; // above every real process id
 
 class process_test : public sensor_host {
@@ -127,12 +126,12 @@ TEST_F(process_test, an_unreadable_name_leads_to_the_request_and_then_to_failure
 {
     list({5, 6});
     host.remove(status(2));
-    host.write(host.request(0, request_number, statistics), "u32 5000001 0\nzero 96\ni64 8\nzero 56\ni64 1008\n");
+    host.write(host.request(0, veksim::process_request), "u32 5000001 0\nzero 96\ni64 8\nzero 56\ni64 1008\n");
     EXPECT_EQ(report(), "1:8 ");
     EXPECT_TRUE(logged(node_step, "Error: open file " + status(2) + " failed."));
     host.remove(status(1));
     report(VEKML_ERROR_NODE_IO);
-    host.fail_request(0, request_number, statistics, EINVAL);
+    host.fail_request(0, veksim::process_request, EINVAL);
     report(VEKML_ERROR_NODE_IO);
     EXPECT_EQ(messages_of(request_step).back(), "ret -1");
 }

@@ -6,9 +6,6 @@
 
 namespace {
 
-constexpr unsigned first_static = 0xC010644B, information = 0xC010644C;
-enum selector : unsigned { processes = 1, counters = 2, second_static = 3 };
-
 class query_test : public sim_host {
 protected:
     query_test()
@@ -137,8 +134,8 @@ TEST_F(query_test, the_fallback_and_the_aggregate_query_stop_where_they_cannot_g
     const std::tuple<std::function<void()>, vekml_return_t, std::string, std::string> cases[] = {
         {[&] { host.remove(node("gddr_crc")); }, VEKML_ERROR_NOT_FOUND, "",
          "call vekml_device_get_gddr_crc to get gddr crc info failed."},
-        {[&] { host.fail_request(0, information, processes, EIO); }, VEKML_ERROR_NODE_IO, "", "ret -1"},
-        {[&] { host.fail_request(0, information, counters, EIO); }, VEKML_ERROR_NODE_IO, "",
+        {[&] { host.fail_request(0, veksim::process_request, EIO); }, VEKML_ERROR_NODE_IO, "", "ret -1"},
+        {[&] { host.fail_request(0, veksim::utilisation_request, EIO); }, VEKML_ERROR_NODE_IO, "",
          "Failed in reading data through ioctl, ret = -1"},
         {[&] { host.set_euid(1000), host.remove(node("gpu_util_info")); }, VEKML_ERROR_NO_PERMISSION, no_util,
          "Error: get util info failed!"},
@@ -157,8 +154,8 @@ TEST_F(query_test, the_fallback_and_the_aggregate_query_stop_where_they_cannot_g
 TEST_F(query_test, without_the_static_part_every_getter_is_asked_whatever_it_answers)
 {
     host.remove(node("gpu_static_info"));
-    host.fail_request(0, first_static, 0, ENOTTY);
-    host.fail_request(0, information, second_static, ENOTTY);
+    host.fail_request(0, veksim::first_static_request, ENOTTY);
+    host.fail_request(0, veksim::second_static_request, ENOTTY);
     expect_live_and_counters();
     std::memset(expected.asic_type, 0, sizeof expected.asic_type);
     strcpy(expected.asic_type, "CHIP_TALON_A0");

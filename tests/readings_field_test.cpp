@@ -223,9 +223,8 @@ TEST_F(readings_field_test, the_last_source_decides)
     const std::string load = on_card("device/gpu_util_info"), memory = on_card("device/gpu_mem_util_info"),
                       facts = on_card("device/gpu_static_info"), version = on_card("version");
     const auto fail_requests = [&] {
-        for (const auto &[request, selector] :
-             {std::pair{0xC010644Bu, 0u}, {0xC010644Cu, 1u}, {0xC010644Cu, 2u}, {0xC010644Cu, 3u}})
-            host.fail_request(0, request, selector, EBUSY);
+        for (const veksim::card_request &each : veksim::card_requests)
+            host.fail_request(0, each, EBUSY);
         host.remove("/sys/kernel/debug");
     };
     host.remove(load);
@@ -280,7 +279,7 @@ TEST_F(readings_field_test, what_the_gpu_says_it_has_not_is_unsupported)
 TEST_F(readings_field_test, debugfs_is_for_root)
 {
     host.remove(host.card(0, "device/gpu_util_info"));
-    host.fail_request(0, 0xC010644C, 2, EBUSY);
+    host.fail_request(0, veksim::utilisation_request, EBUSY);
     host.set_euid(1000);
     EXPECT_EQ(fresh("gpu_util_percent"), value(missing{reason::denied, 0, host.card(0, "device/gpu_util_info")}));
 }

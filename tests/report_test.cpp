@@ -99,7 +99,7 @@ TEST_F(report_test, the_host_plays_back_with_its_faults)
     host.fail(host.hwmon(0, "temp1_input"), EACCES);
     host.fail_reads(host.hwmon(0, "fan1_input"), EIO);
     host.remove(host.card(0, "device/gpu_util_info"));
-    host.fail_request(0, 0xC010644C, 2, EBUSY);
+    host.fail_request(0, veksim::utilisation_request, EBUSY);
     host.write(host.hwmon(1, "in0_input"), "garbage\n");
     host.remove(host.hwmon(1, "power1_average"));
     host.set_mode(host.hwmon(1, "power1_cap"), 0444);
@@ -182,7 +182,7 @@ TEST_F(report_test, gpus_that_hang_cost_one_deadline)
         for (const char *node : {"temp1_input", "fan1_input", "vek_fw_ver"})
             host.write("/host/stuck" + host.hwmon(i, node), "");
     }
-    host.link(host.request(0, 0xC010644C, 1), "stuck");
+    host.link(host.request(0, veksim::process_request), "stuck");
     host.link(host.hwmon(1, "power1_average"), "stuck:open");
     const auto begin = std::chrono::steady_clock::now();
     const fs::path tree = unpacked("--deadline 3");
@@ -195,7 +195,7 @@ TEST_F(report_test, gpus_that_hang_cost_one_deadline)
     // What stands behind the hanging ones was read, and they hang again.
     EXPECT_EQ(content_of(tree / host.hwmon(0, "vek_ndf_freq_mhz").substr(1)), "500\n");
     EXPECT_TRUE(fs::exists(tree / ("host/stuck" + host.hwmon(0, "vek_fw_ver"))));
-    EXPECT_EQ(fs::read_symlink(tree / host.request(0, 0xC010644C, 1).substr(1)), "stuck");
+    EXPECT_EQ(fs::read_symlink(tree / host.request(0, veksim::process_request).substr(1)), "stuck");
     EXPECT_EQ(fs::read_symlink(tree / host.hwmon(1, "power1_average").substr(1)), "stuck:open");
 }
 

@@ -432,10 +432,10 @@ TEST_F(sim_test, a_card_node_answers_as_the_driver_does)
     EXPECT_EQ(entries[23], 0);
     EXPECT_EQ(slurp("/proc/4000001/status").substr(0, 13), "Name:\tplayer\n");
 
-    host.write(host.request(0, 0xC010644C, 1), "hex ff 01\nu16 513\nzero 100001 # capped\nu8 1\n");
+    host.write(host.request(0, veksim::process_request), "hex ff 01\nu16 513\nzero 100001 # capped\nu8 1\n");
     EXPECT_EQ(inform(fd, 0xC010644C, 1, entries.data(), 4), 0);
     EXPECT_EQ(entries[0], 0x020101FF);
-    host.fail_request(0, 0xC010644C, 1, EBUSY);
+    host.fail_request(0, veksim::process_request, EBUSY);
     EXPECT_EQ(inform(fd, 0xC010644C, 1, entries.data()), EBUSY);
     EXPECT_EQ(inform(fd, 0xC010644C, 9, entries.data()), ENOTTY);
     close(fd);
@@ -507,7 +507,7 @@ TEST_F(sim_test, the_driver_follows_what_is_written)
     EXPECT_LE(reading(0, "power1_average"), 6);
 
     auto memory = numbers(host.read(host.card(0, "device/gpu_util_info")));
-    auto reply = numbers(host.read(host.request(0, 0xC010644C, 2)).substr(sizeof "u64 1\nu64"));
+    auto reply = numbers(host.read(host.request(0, veksim::utilisation_request)).substr(sizeof "u64 1\nu64"));
     EXPECT_EQ(std::vector(memory.begin() + 1, memory.begin() + 5), reply); // both tell the same moment
     host.remove(host.hwmon(0, "temp1_input"));
     std::string before = host.read(host.card(0, "device/gpu_util_info"));

@@ -5,7 +5,6 @@
 
 namespace {
 
-constexpr unsigned first = 0xC010644B, second = 0xC010644C;
 constexpr char request_step[] = "vekml_device_query_static_info_helper";
 
 class static_info_test : public sensor_host {
@@ -70,16 +69,16 @@ TEST_F(static_info_test, the_driver_is_asked_when_there_is_no_node)
     EXPECT_EQ(ask(), VEKML_ERROR_NO_PERMISSION);
     EXPECT_TRUE(logged(request_step, "permission denied!"));
     host.write("/dev/dri/card0", "");
-    host.fail_request(0, first, 0, 5);
-    host.fail_request(0, second, 3, 5);
+    host.fail_request(0, veksim::first_static_request, 5);
+    host.fail_request(0, veksim::second_static_request, 5);
     EXPECT_EQ(ask(), VEKML_ERROR_NO_PERMISSION);
     EXPECT_TRUE(logged("vekml_device_query_static_info", "query, 1) to ioctl get gpu static info failed."));
     EXPECT_EQ(std::string(reinterpret_cast<const char *>(&query), sizeof query), std::string(sizeof query, '#'));
 
-    host.write(host.request(0, second, 3), head + "the second\n");
+    host.write(host.request(0, veksim::second_static_request), head + "the second\n");
     EXPECT_EQ(ask(), VEKML_SUCCESS);
     EXPECT_STREQ(query.static_text, "the second");
-    host.write(host.request(0, first, 0), head + std::string(40, 'x') + "\n");
+    host.write(host.request(0, veksim::first_static_request), head + std::string(40, 'x') + "\n");
     EXPECT_EQ(ask(), VEKML_SUCCESS);
     EXPECT_EQ(query.static_text, std::string(31, 'x'));
     EXPECT_TRUE(logged(request_step, ", gddr_speed: 5\n    , primary_id: 6\n, vendor: VEK\n, uuid: ab\n"));

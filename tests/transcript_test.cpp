@@ -128,12 +128,6 @@ protected:
                    "profile 13\nfail 12\nprofile 14\nfail 1\nprofile 15\nentrypoint 1\nfail 12\n"
                    "profile 16\nentrypoint 1\nfail 13\nprofile 17\nentrypoint 1\nfail 1\nentrypoint 7\nfail 1\n");
     }
-    void remove_first_choices()
-    {
-        for (const char *node :
-             {"version", "device/gpu_static_info", "device/gpu_util_info", "device/gpu_mem_util_info"})
-            host.remove(host.card(0, node));
-    }
 
     void section(const std::string &title, const std::function<void()> &session)
     {
@@ -190,7 +184,7 @@ TEST_F(transcript_test, the_log_says_what_is_recorded)
     record = {};
     ask("refresh by the fallback path", vekml_device_query_two_parts);
     each_of("readers without the first choices", readers);
-    host.fail_request(0, 0xC010644C, 2, EIO);
+    host.fail_request(0, veksim::utilisation_request, EIO);
     host.write("/sys/kernel/debug/vekgpu/status", "nothing of use\n");
     host.write(host.debug_dump(), "nothing of use\n");
     globals.devices[0].vpu_codec_info.valid = 0;

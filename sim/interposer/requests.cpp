@@ -202,11 +202,11 @@ char *read_reply(const char *path)
 
 std::size_t reply_limit(unsigned request, const information_block &block)
 {
-    std::size_t limit = 120;
-    if (request == information_request && block.selector == processes_selector)
-        limit = 100000;
-    else if (request == information_request && block.selector == utilisation_selector)
-        limit = 336;
+    std::size_t limit = first_static_request.reply_size;
+    for (const card_request &known : card_requests) {
+        if (known.number == request && known.selector == block.selector)
+            limit = known.reply_size;
+    }
     return std::min<std::size_t>(limit, block.size);
 }
 
@@ -248,8 +248,8 @@ int answer_request(unsigned card, unsigned request, void *argument)
     switch (request) {
     case version_request:
         return answer_version(static_cast<version_block *>(argument));
-    case static_request:
-    case information_request:
+    case first_static_request.number:
+    case second_static_request.number:
         return answer_information(card, request, *static_cast<information_block *>(argument));
     default:
         errno = ENOTTY;

@@ -188,6 +188,12 @@ vekml_device_t sim_host::start(unsigned index)
     return device;
 }
 
+void sim_host::remove_first_choices()
+{
+    for (const char *node : {"version", "device/gpu_static_info", "device/gpu_util_info", "device/gpu_mem_util_info"})
+        host.remove(host.card(0, node));
+}
+
 run_result sim_host::run_on_host(std::vector<std::string> argv, environment extra)
 {
     extra.emplace("VEKSIM_TREE", host.root().string());

@@ -62,6 +62,9 @@ protected:
     // Starts the library on the host as it is now and gives the handle at INDEX (null when there is none).
     vekml_device_t start(unsigned index = 0);
 
+    // Leaves the library the driver's requests and debugfs to ask about GPU 0.
+    void remove_first_choices();
+
     // Runs a program of this build with this host beneath it.
     run_result run_on_host(std::vector<std::string> argv, environment extra = {});
 
