@@ -26,9 +26,8 @@ bool card_of_path(const char *path_in_tree, unsigned *card);
 bool card_of_descriptor(int fd, unsigned *card);
 constexpr unsigned drm_major = 226;
 void make_character_device(struct stat *info, unsigned card);
+constexpr std::size_t largest_attribute = 4096; // as the kernel has it
 void make_attribute(struct stat *info);
 int stat_descriptor(int fd, struct stat *info);
-
-ssize_t store_attribute(int fd, const void *bytes, std::size_t size);
 
 } // namespace veksim

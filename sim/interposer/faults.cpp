@@ -116,19 +116,7 @@ void nap()
 planted planted_at(const char *path)
 {
     char target[PATH_MAX];
-    planted fault;
-    if (!link_target(path, target))
-        return fault;
-    if (strcmp(target, "stuck") == 0) {
-        fault.sticks = moment::reading;
-    } else if (strcmp(target, "stuck:open") == 0) {
-        fault.sticks = moment::opening;
-    } else if (strncmp(target, "errno:", 6) == 0) {
-        char *rest = nullptr;
-        fault.error = static_cast<int>(strtol(target + 6, &rest, 10));
-        fault.fails = strcmp(rest, ":read") == 0 ? moment::reading : moment::opening;
-    }
-    return fault;
+    return link_target(path, target) ? fault_in(target) : planted();
 }
 
 int open_led(const host_path &path, int flags, mode_t mode)
@@ -157,8 +145,10 @@ int open_led(const host_path &path, int flags, mode_t mode)
     }
 }
 
-bool settle(int fd)
+bool ready(int fd)
 {
+    if (!is_held(fd))
+        return true;
     char place[PATH_MAX];
     if (!node_of_descriptor(fd, place))
         return true;
@@ -187,7 +177,7 @@ bool settle(int fd)
     set_kind(fd, kind);
     set_kind(fresh, opened::ordinary);
     libc::close(fresh);
-    return kind != opened::held && kind != opened::held_for_writing ? true : settle(fd);
+    return ready(fd);
 }
 
 void outwait(const host_path &path)
