@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tree_check.h"
 
+#include "fault_link.h"
+
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -33,8 +35,9 @@ bool is_library_place(const char *path)
 
 bool is_fault(const char *target)
 {
-    return begins(target, "errno:") || strcmp(target, "stuck") == 0 || strcmp(target, "stuck:open") == 0 ||
-           strcmp(target, "/dev/full") == 0 || strcmp(target, "/dev/null") == 0;
+    const planted fault = fault_in(target);
+    return fault.fails != moment::never || fault.sticks != moment::never || strcmp(target, "/dev/full") == 0 ||
+           strcmp(target, "/dev/null") == 0;
 }
 
 // Steps up come first and are at most as many as the link's directory is deep, so that whatever links the names after
