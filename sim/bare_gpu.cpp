@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // GPUs on a host without the driver: PCI devices, and firmware in physical memory.
 #include "driver_text.h"
+#include "firmware_tables.h"
 #include "format.h"
 #include "host_tree.h"
+#include "pci_config.h"
 
 #include <algorithm>
 #include <cstring>
@@ -12,8 +14,6 @@ namespace fs = std::filesystem;
 
 namespace veksim {
 namespace {
-
-constexpr std::uint64_t bar0_size = 0x2000000;
 
 template <typename Table, typename Value>
 std::uint32_t table_index(const Table &table, Value value)
@@ -36,10 +36,6 @@ int host_tree::add_bare_gpu(const gpu_config &config, const gpu_state &state)
 
 void host_tree::publish_firmware(const gpu &board)
 {
-    static constexpr std::uint64_t clocks[] = {800000000,  900000000,  1000000000, 1050000000, 1100000000, 1150000000,
-                                               1200000000, 1250000000, 1300000000, 1350000000, 1400000000, 1450000000,
-                                               1500000000, 700000000,  600000000,  500000000};
-    static constexpr std::uint64_t speeds[] = {8000000000, 12000000000, 14000000000, 15200000000, 16000000000};
     const gpu_config &c = board.config;
     const int position = board.position;
     fs::path memory = path("/dev/mem");
@@ -54,8 +50,9 @@ void host_tree::publish_firmware(const gpu &board)
     set_firmware_text(position, 0x13FF008, dotted_version(c.firmware_version), 64);
     set_firmware(position, 0x13FF048, packed_version(c.vbios_version));
     set_firmware_text(position, 0x13FF04C, dotted_version(c.vbios_version), 64);
-    set_firmware(position, 0x13FF08C, (c.memory_gib << 12) | (table_index(speeds, c.memory_speed) << 20));
-    set_firmware(position, 0x13FF090, (table_index(clocks, c.default_clock_hz) << 4) | (voltage << 12));
+    set_firmware(position, 0x13FF08C,
+                 (c.memory_gib << 12) | (table_index(firmware_memory_speeds, c.memory_speed) << 20));
+    set_firmware(position, 0x13FF090, (table_index(firmware_clocks, c.default_clock_hz) << 4) | (voltage << 12));
     set_firmware(position, 0x13FF098, c.vendor_index);
     set_firmware(position, 0x13FF09C, c.power_support);
     set_firmware(position, 0x13FF0A0, c.fan_support);

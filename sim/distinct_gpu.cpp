@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A host on which every number tells which reading of which GPU it is.
+#include "firmware_tables.h"
 #include "format.h"
 #include "gpu.h"
 
@@ -46,10 +47,6 @@ gpu_config distinct_gpu(int position)
 {
     static constexpr const char *speeds[] = {"2.5 GT/s PCIe",  "5.0 GT/s PCIe",  "8.0 GT/s PCIe",
                                              "16.0 GT/s PCIe", "32.0 GT/s PCIe", "64.0 GT/s PCIe"};
-    static constexpr std::uint64_t clocks[] = {800000000,  900000000,  1000000000, 1050000000, 1100000000, 1150000000,
-                                               1200000000, 1250000000, 1300000000, 1350000000, 1400000000, 1450000000,
-                                               1500000000, 700000000,  600000000,  500000000};
-    static constexpr std::uint64_t memory_speeds[] = {8000000000, 12000000000, 14000000000, 15200000000, 16000000000};
     const auto number = static_cast<std::uint32_t>(position);
     const auto byte = static_cast<unsigned>(position);
     gpu_config c;
@@ -62,7 +59,7 @@ gpu_config distinct_gpu(int position)
     c.core_count = 700 + number;
     c.memory_gib = 17 + number;
     c.memory_count = 33 + number;
-    c.memory_speed = memory_speeds[number % std::size(memory_speeds)];
+    c.memory_speed = firmware_memory_speeds[number % std::size(firmware_memory_speeds)];
     c.memory_vendor = 1 + number % 3;
     c.memory_package = 0x31 + number;
     c.primary_id = 500 + number;
@@ -72,7 +69,7 @@ gpu_config distinct_gpu(int position)
     c.firmware_version = {0x10 + byte, 0x20 + byte, 0x30 + byte};
     c.vbios_version = {0x40 + byte, 0x50 + byte, 0x60 + byte};
     c.static_text = format("distinct %d", position);
-    c.default_clock_hz = clocks[number % std::size(clocks)];
+    c.default_clock_hz = firmware_clocks[number % std::size(firmware_clocks)];
     c.fan = position % 2 == 0 ? fan_kind::target : fan_kind::pwm;
     c.current_link_speed = speeds[number % 5];
     c.max_link_speed = speeds[number % 5 + 1];

@@ -9,7 +9,6 @@
 namespace veksim {
 namespace {
 
-constexpr std::uint64_t bar0_size = 0x2000000;
 constexpr std::uint32_t bridge_class = 0x060400;
 const std::string no_bus = "00";
 

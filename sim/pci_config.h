@@ -6,6 +6,8 @@
 
 namespace veksim {
 
+constexpr std::uint64_t bar0_size = 0x2000000; // of a GPU
+
 // What a PCI function's configuration space says.
 struct pci_function {
     std::uint32_t vendor_id = 0;

@@ -3,6 +3,7 @@
 // or /sys/class, is listed from both.
 #include "descriptors.h"
 #include "libc.h"
+#include "lock.h"
 #include "tree.h"
 
 #include <array>
@@ -12,7 +13,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <pthread.h>
 #include <unistd.h>
 
 namespace veksim {
@@ -28,16 +28,11 @@ std::array<listing, 32> listings{};
 std::atomic<int> listings_count{0};
 pthread_mutex_t listings_guard = PTHREAD_MUTEX_INITIALIZER;
 
-struct listings_lock {
-    listings_lock() { pthread_mutex_lock(&listings_guard); }
-    ~listings_lock() { pthread_mutex_unlock(&listings_guard); }
-};
-
 listing *listing_of(DIR *directory)
 {
     if (listings_count.load(std::memory_order_acquire) == 0)
         return nullptr;
-    listings_lock lock;
+    const lock held(listings_guard);
     for (listing &entry : listings) {
         if (entry.real == directory)
             return &entry;
@@ -56,7 +51,7 @@ DIR *join_listings(DIR *real, const char *name)
     errno = saved;
     if (ours == nullptr)
         return real;
-    listings_lock lock;
+    const lock held(listings_guard);
     for (listing &entry : listings) {
         if (entry.real == nullptr) {
             entry = {real, ours, false, ""};
@@ -203,7 +198,7 @@ int hook_closedir(DIR *directory)
 {
     if (listing *both = listing_of(directory)) {
         libc::closedir(both->tree);
-        listings_lock lock;
+        const lock held(listings_guard);
         *both = {};
         listings_count.fetch_sub(1, std::memory_order_release);
     }

@@ -2,6 +2,7 @@
 // Commands run through popen see the tree's own lsmod and dpkg. Their shell is an ordinary one: it runs
 // without this library, which may be built for another architecture than the shell is.
 #include "libc.h"
+#include "lock.h"
 #include "tree.h"
 
 #include <array>
@@ -11,7 +12,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <pthread.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,14 +28,9 @@ struct command {
 std::array<command, 64> commands{};
 pthread_mutex_t commands_guard = PTHREAD_MUTEX_INITIALIZER;
 
-struct commands_lock {
-    commands_lock() { pthread_mutex_lock(&commands_guard); }
-    ~commands_lock() { pthread_mutex_unlock(&commands_guard); }
-};
-
 bool remember(FILE *stream, pid_t pid)
 {
-    commands_lock lock;
+    const lock held(commands_guard);
     for (command &entry : commands) {
         if (entry.stream == nullptr) {
             entry = {stream, pid};
@@ -47,7 +42,7 @@ bool remember(FILE *stream, pid_t pid)
 
 pid_t forget(FILE *stream)
 {
-    commands_lock lock;
+    const lock held(commands_guard);
     for (command &entry : commands) {
         if (entry.stream == stream) {
             entry.stream = nullptr;
@@ -174,6 +169,7 @@ FILE *open_command(const char *text, const char *mode)
 }
 
 } // namespace
+
 extern "C" {
 
 FILE *hook_popen(const char *text, const char *mode)
