@@ -305,10 +305,16 @@ void progress::set(std::uint32_t step)
         step_->store(step, std::memory_order_relaxed);
 }
 
+std::uint32_t progress::step() const
+{
+    return step_ == nullptr ? extended : step_->load(std::memory_order_relaxed);
+}
+
 std::string progress::text() const
 {
-    const std::uint32_t step = step_ == nullptr ? extended : step_->load(std::memory_order_relaxed);
+    const std::uint32_t step = this->step();
     switch (step) {
+    case settling:
     case starting:
         return "starting";
     case idle:
@@ -376,7 +382,7 @@ bool reader::send(const request &asked, std::uint64_t number) const
 std::string reader::whereabouts() const
 {
     std::string node = opened_path(pid_);
-    if (node.empty())
+    if (node.empty() && progress_.step() != progress::settling)
         node = open_file(pid_);
     return node.empty() ? progress_.text() : fmt::format("{} ({})", progress_.text(), printable(node));
 }

@@ -30,13 +30,16 @@ struct assignment {
 // What a reader is at, in memory that it shares with the program: still to be told when it hangs.
 class progress {
 public:
-    static constexpr std::uint32_t starting = 0, idle = 1, processes = 2, codecs = 3, extended = 4, first_field = 16;
+    // Until it is `starting` it may still hold what its program has open.
+    static constexpr std::uint32_t settling = 0, starting = 1, idle = 2, processes = 3, codecs = 4, extended = 5,
+                                   first_field = 16;
 
     progress();
     ~progress();
     progress(progress &&) noexcept;
     progress &operator=(progress &&) noexcept;
     void set(std::uint32_t step);
+    std::uint32_t step() const;
     std::string text() const; // "reading fan_speed"
 
 private:
