@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// vekml_soak [SECONDS]: a monitoring agent's day in short. Refreshes 15 GPUs without end while their nodes come and go
-// and the log is filled and emptied, and fails when that has cost memory, descriptors or speed.
+// vekml_soak [SECONDS] or vekml_soak --refreshes N: a monitoring agent's day in short. Refreshes 15 GPUs, for so long or
+// so often, while their nodes come and go and the log is filled and emptied, and fails when that has cost memory or
+// descriptors, or within seconds speed: over hours a machine has other things to do.
 
 #include "host_tree.h"
 #include "vekml.h"
@@ -14,6 +15,7 @@
 #include <filesystem>
 #include <malloc.h>
 #include <random>
+#include <string>
 #include <unistd.h>
 #include <vector>
 
@@ -109,9 +111,10 @@ void print(std::FILE *out, const char *when, const reading &r)
 
 int main(int argc, char **argv)
 {
-    const int seconds = argc > 1 ? std::atoi(argv[1]) : 60;
-    if (argc > 2 || seconds <= 0) {
-        std::fputs("usage: vekml_soak [SECONDS]\n", stderr);
+    const bool by_count = argc == 3 && std::string(argv[1]) == "--refreshes";
+    const long wanted = argc > 1 ? std::atol(argv[argc - 1]) : 60;
+    if ((argc > 2 && !by_count) || wanted <= 0) {
+        std::fputs("usage: vekml_soak [SECONDS | --refreshes N]\n", stderr);
         return 1;
     }
     // Memory that malloc sets aside for each thread counts as in use; without it the heap tells the truth.
@@ -141,11 +144,12 @@ int main(int argc, char **argv)
         refresh_all();
     }
     nodes.bring_all_back();
-    std::fprintf(out, "%d seconds\n", seconds);
+    std::fprintf(out, "%ld %s\n", wanted, by_count ? "refreshes" : "seconds");
     const reading start = take_reading();
     print(out, "start", start);
     long rounds = 0;
-    for (const auto end = clock_type::now() + std::chrono::seconds(seconds); clock_type::now() < end; ++rounds) {
+    const auto end = clock_type::now() + std::chrono::seconds(wanted);
+    for (; by_count ? rounds * gpus < wanted : clock_type::now() < end; ++rounds) {
         nodes.turn();
         refresh_all();
     }
@@ -155,7 +159,7 @@ int main(int argc, char **argv)
     std::fprintf(out, "%ld refreshes of %u GPUs\n", rounds * gpus, gpus);
 
     const bool grew = finish.heap > start.heap + heap_tolerance || finish.descriptors > start.descriptors ||
-                      finish.refresh_us > start.refresh_us * cost_tolerance;
+                      (!by_count && finish.refresh_us > start.refresh_us * cost_tolerance);
     if (grew)
         std::fputs("the process has grown\n", out);
     return grew ? 1 : 0;
