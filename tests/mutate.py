@@ -50,7 +50,7 @@ KINDS: List[Tuple[str, str, Callable[["re.Match[str]"], str]]] = [
     ("step", r"^( +)(break|continue);$", lambda m: f"{m[1]};"),
 ]  # fmt: skip
 TEXT = re.compile(r'"(?:[^"\\]|\\.)*"')
-SPARED = re.compile(r"^\s*(#|//|/?\*|using |namespace |static_assert|template|class |struct |enum |\[\[|case .*:$)")
+SPARED = re.compile(r"^\s*(#|//|/?\*|using |namespace |static_assert|template|class |struct |enum |AT\(|\[\[|case .*:$)")
 
 
 def blank(line: str) -> str:
@@ -180,7 +180,8 @@ class Suite:
         return good and all(one.returncode == 0 for one in running)
 
     def builds(self) -> bool:
-        return self.run("build", ["cmake", "--build", str(self.build), "-j", str(self.jobs)])
+        targets = ["vekml_tests", "vekgpu_readings_tests"] if self.where == "src" else ["all"]
+        return self.run("build", ["cmake", "--build", str(self.build), "-j", str(self.jobs), "--target", *targets])
 
     def measure(self) -> None:
         """What the tests may take: some of what they take without a fault."""
