@@ -8,6 +8,7 @@
 
 namespace {
 
+// Some seconds under sanitizers: a start of the client for each line.
 class completion_test : public sim_host {
 protected:
     // The candidates, without their descriptions.

@@ -120,6 +120,7 @@ using vanishing_gpu_test = fault_test;
 INSTANTIATE_TEST_SUITE_P(each_node, fault_test, testing::ValuesIn(node_faults),
                          [](const auto &each) { return std::string(each.param.first); });
 
+// Some seconds under sanitizers: every call once for every node.
 TEST_P(fault_test, is_survived)
 {
     add_gpu_with_everything();

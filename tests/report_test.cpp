@@ -41,6 +41,7 @@ std::vector<std::string> holders_of(const std::string &text, const fs::path &dir
     return found;
 }
 
+// Some seconds under sanitizers: each fault starts the launcher and the client, to write and to play back.
 class report_test : public sim_host {
 protected:
     report_test()
