@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "exporter.h"
 
+#include "target.h"
+
 #include "exporter/collection.h"
 #include "exporter/listener.h"
 #include "exporter/server.h"
@@ -23,12 +25,6 @@ namespace {
 
 using namespace exporter;
 namespace fs = std::filesystem;
-
-void must(bool holds)
-{
-    if (!holds)
-        abort();
-}
 
 fs::path place_of(const char *name)
 {

@@ -1,32 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
-//
-// What reaches the programs from elsewhere: vekgpu_fuzz --target=NAME FOLDER [libFuzzer's options].
-// vekgpu_fuzz --seeds=FOLDER fills FOLDER/NAME for every target and prints the names.
-#include "arguments.h"
+// What reaches the programs from elsewhere: command lines, what the driver says, what their readers send, a host's
+// units.
+#include "client.h"
 #include "exporter.h"
+#include "target.h"
 
 #include "readings/message.h"
+#include "readings/read_field.h"
 #include "readings/units.h"
 
+#include "host_tree.h"
+#include "veksim.h"
+
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <string>
-#include <vector>
 
 namespace {
 
 using namespace readings;
 namespace fs = std::filesystem;
-
-void must(bool holds)
-{
-    if (!holds)
-        abort();
-}
 
 // Nothing that a terminal obeys may be left, so what is printable stays as it is.
 void take_text(const std::string &text)
@@ -101,80 +95,126 @@ std::string sample_request()
     return {whole.begin(), whole.end()};
 }
 
-struct target {
-    const char *name;
-    void (*run)(const std::string &);
-    std::vector<std::string> seeds;
-};
-
-std::vector<target> all_targets()
+// For each thing that a report may hold, a text of it.
+inputs texts_to_mask()
 {
-    return {
-        {"arguments",
-         run_arguments,
-         {"list", "-i\n0\ninfo", "query\n--fields\ntemperature,power\n--format\njson", "monitor\n-n\n0.5\n-c\n3",
-          "--gpu\n0000:03:00.0\nfan\nset\nfan\n60", "temp\nset\nmax\n95\n-i\n1", "help\nclock", "--out-of-band\nps",
-          "--deadline\n2\nwhy\nfan_speed"}},
-        {"message", take_message, {sample_message(), sample_request()}},
-        {"units",
-         take_units,
-         {"# this host\ntemperature = millicelsius\nmemory=kibibyte # as ever\r\n",
-          "power = milliwatt\nclock = hertz\n", "power\n", "fan = rpm\n"}},
-        {"request",
-         run_request,
-         {"GET /metrics HTTP/1.1\r\nHost: a\r\nAccept: "
-          "application/openmetrics-text;version=1.0.0;q=0.7,text/plain;q=0.5"
-          "\r\nX-Prometheus-Scrape-Timeout-Seconds: 0.5\r\n\r\n",
-          "HEAD /?x=%2e HTTP/1.0\r\n\r\n", "POST /healthz HTTP/1.1\r\nHost: a\r\nContent-Length: 3\r\n\r\nabc",
-          "GET /none HTTP/1.1\r\nHost: a\r\n\r\nGET / HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n",
-          "PUT / HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\nExpect: "
-          "100-continue\r\n\r\n3\r\nabc\r\n0\r\n\r\n"}},
-        {"login",
-         run_login,
-         {"GET /metrics HTTP/1.1\r\nHost: a\r\nAuthorization: Basic YWRhOmZpcnN0\r\n\r\n",
-          "GET / HTTP/1.1\r\nHost: a\r\nAuthorization: Bearer ada\r\nAuthorization: Basic !!!\r\n\r\n",
-          "GET /healthz HTTP/1.0\r\nAuthorization: Digest username=\"ada\", realm=\"metrics\"\r\n\r\n"}},
-        {"web_config",
-         run_web_config,
-         {"tls_server_config:\n  cert_file: none.crt\n  key_file: none.key\n  client_ca_file: a\n"
-          "  client_auth_type: RequireAndVerifyClientCert\n  min_version: TLS13\n",
-          "basic_auth_users:\n  ada: $2y$10$abcdefghijklmnopqrstuu5Lo0g67CiD3M4RpN1BmBb4Crp5w7dbK\n",
-          "basic_auth_users: {ada: &x y, \"b\\e[1mb\": *x, ? [a] : !!str c}\n# end\n", "--- |\n a\n...\n"}},
-        {"printable", take_text, {"Prüfstück 5 °C\x9b\u202e\ufeff", "a\tb\x7f\xc2\x9b\xed\xa0\x80\xf4\x90\x80\x80"}}};
+    const std::string texts[] = {
+        "text 9b7f3a52",
+        "0x9b7f3a52\n",
+        "0 4 4 8 14000000000 0 0 2608806482 18975 0 1 1\n",
+        std::string(120, '\x52'),
+        std::string(336, '\1'),
+        std::string(184, '\2') + std::string(184, '\0'),
+        std::string(256, '\0') + std::string("\3\0\1\x20SERIALNO", 12) + std::string(512, '\0'),
+        "KM info: 1.10 build by a@b\n0: GPU_LOCAL, Free Size: 10, Total Size: 20\n",
+        "[DBG][2026-01-01 00:00:00.000001,pid:1][vekml]src/vek_smi.cpp(1)-<f>: enter 9b7f3a52\n",
+        "Name:\tfirst\nState:\tS\nPid:\t5\n",
+        "first\n",
+        "ii  vekgpu-driver 1.4.0-2 arm64 driver\nii  zlib1g 1 all x\n",
+        "seen"};
+    inputs all;
+    for (const std::string &text : texts)
+        all.push_back(static_cast<char>(all.size()) + text);
+    return all;
 }
 
-target chosen;
+// A GPU that says the same of everything.
+veksim::host_tree *host;
+
+void build_host()
+{
+    static veksim::host_tree tree;
+    host = &tree;
+    tree.set_euid(0);
+    veksim_use(tree.root().c_str());
+}
+
+void add_gpu()
+{
+    host->add_gpu();
+    vekml_init();
+}
+
+std::vector<std::string> nodes_of_gpu()
+{
+    std::vector<std::string> nodes;
+    for (const auto &file : fs::directory_iterator(host->path(host->hwmon())))
+        nodes.push_back(host->hwmon(0, file.path().filename()));
+    for (const char *node : {"device/current_link_speed", "device/current_link_width", "device/aer_dev_fatal",
+                             "device/numa_node", "device/gddr_crc", "device/gpu_util_info", "device/gpu_mem_util_info",
+                             "device/power_state", "vek_enable_dvfs", "vek_product_name"})
+        nodes.push_back(host->card(0, node));
+    return nodes;
+}
+
+void read_fields(const std::string &text)
+{
+    static const std::vector<std::string> nodes = nodes_of_gpu();
+    static const fs::path all = host->path(nodes[0]);
+    if (!host->exists("/linked")) {
+        for (std::size_t i = 1; i < nodes.size(); ++i)
+            host->link(nodes[i], all.string());
+        host->write("/linked", "");
+    }
+    std::ofstream(all, std::ios::binary | std::ios::trunc) << text;
+    vekml_device_t handle = nullptr;
+    vekml_device_get_handle_by_index(0, &handle);
+    gpu one(handle, false);
+    for (const field &f : all_fields) {
+        if (std::string(f.key).starts_with("video_")) // a rate takes its time
+            continue;
+        const value found = read_field(f, one);
+        take_text(human(found, f.in));
+    }
+}
+
+std::function<inputs()> just(const inputs &seeds)
+{
+    return [=] { return seeds; };
+}
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
+std::vector<target> all_targets()
 {
-    for (const std::string argument : std::vector<char *>(*argv, *argv + *argc)) {
-        const std::string value = argument.substr(argument.find('=') + 1);
-        for (const target &each : all_targets()) {
-            if (argument == std::string("--target=") + each.name)
-                chosen = each;
-            if (argument.rfind("--seeds=", 0) != 0)
-                continue;
-            fs::create_directories(fs::path(value) / each.name);
-            for (const std::string &seed : each.seeds)
-                std::ofstream(fs::path(value) / each.name / ("seed-" + std::to_string(std::hash<std::string>()(seed))),
-                              std::ios::binary)
-                    << seed;
-            std::printf("%s\n", each.name);
-        }
-        if (argument.rfind("--seeds=", 0) == 0)
-            std::exit(0);
-    }
-    if (chosen.run == nullptr) {
-        std::fprintf(stderr, "vekgpu_fuzz: --target=NAME or --seeds=FOLDER is missing\n");
-        std::exit(1);
-    }
-    return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, std::size_t size)
-{
-    chosen.run(std::string(reinterpret_cast<const char *>(data), size));
-    return 0;
+    build_host();
+    const inputs lines = {"list",
+                          "-i\n0\ninfo",
+                          "query\n--fields\ntemperature,power\n--format\njson",
+                          "monitor\n-n\n0.5\n-c\n3",
+                          "--gpu\n0000:03:00.0\nfan\nset\nfan\n60",
+                          "temp\nset\nmax\n95\n-i\n1",
+                          "help\nclock",
+                          "--out-of-band\nps",
+                          "--deadline\n2\nwhy\nfan_speed"};
+    const std::string readings = "tools/readings/", exporter = "tools/exporter/";
+    return {{"arguments", "tools/veksmi/command_line.cpp", take_arguments, just(lines)},
+            {"completion", "tools/veksmi/completion.cpp", complete, just(lines)},
+            {"mask", "tools/veksmi/report_mask.cpp", mask, just(texts_to_mask())},
+            {"fields", readings + "read_field.cpp", read_fields,
+             just({"48\n", "16.0 GT/s PCIe\n", "1 2 3 4\n5 6 7 8\n", "RxErr 1\nTOTAL_ERR_FATAL 12\n", "unknown\n"}),
+             add_gpu},
+            {"message", readings + "message.cpp", take_message, just({sample_message(), sample_request()})},
+            {"units", readings + "units.cpp", take_units,
+             just({"# this host\ntemperature = millicelsius\nmemory=kibibyte # as ever\r\n",
+                   "power = milliwatt\nclock = hertz\n", "power\n", "fan = rpm\n"})},
+            {"request", exporter + "server.cpp", run_request,
+             just({"GET /metrics HTTP/1.1\r\nHost: a\r\nAccept: "
+                   "application/openmetrics-text;version=1.0.0;q=0.7,text/plain;q=0.5"
+                   "\r\nX-Prometheus-Scrape-Timeout-Seconds: 0.5\r\n\r\n",
+                   "HEAD /?x=%2e HTTP/1.0\r\n\r\n", "POST /healthz HTTP/1.1\r\nHost: a\r\nContent-Length: 3\r\n\r\nabc",
+                   "GET /none HTTP/1.1\r\nHost: a\r\n\r\nGET / HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n",
+                   "PUT / HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\nExpect: "
+                   "100-continue\r\n\r\n3\r\nabc\r\n0\r\n\r\n"})},
+            {"login", exporter + "gate.cpp", run_login,
+             just({"GET /metrics HTTP/1.1\r\nHost: a\r\nAuthorization: Basic YWRhOmZpcnN0\r\n\r\n",
+                   "GET / HTTP/1.1\r\nHost: a\r\nAuthorization: Bearer ada\r\nAuthorization: Basic !!!\r\n\r\n",
+                   "GET /healthz HTTP/1.0\r\nAuthorization: Digest username=\"ada\", realm=\"metrics\"\r\n\r\n"})},
+            {"web_config", exporter + "web_config.cpp", run_web_config,
+             just({"tls_server_config:\n  cert_file: none.crt\n  key_file: none.key\n  client_ca_file: a\n"
+                   "  client_auth_type: RequireAndVerifyClientCert\n  min_version: TLS13\n",
+                   "basic_auth_users:\n  ada: $2y$10$abcdefghijklmnopqrstuu5Lo0g67CiD3M4RpN1BmBb4Crp5w7dbK\n",
+                   "basic_auth_users: {ada: &x y, \"b\\e[1mb\": *x, ? [a] : !!str c}\n# end\n", "--- |\n a\n...\n"})},
+            {"printable", readings + "value.cpp", take_text,
+             just({"Prüfstück 5 °C\x9b\u202e\ufeff", "a\tb\x7f\xc2\x9b\xed\xa0\x80\xf4\x90\x80\x80"})}};
 }
