@@ -126,7 +126,7 @@ def check(demo: Demo) -> None:
     until("the alert of the sick GPU", lambda: demo.fires("VekgpuStuck"))
     assert not demo.fires("VekgpuNotScraped")
     page = fetch(f"http://{demo.exporter}/")
-    assert "stuck since" in page and "3 of 4 GPUs well" in page
+    assert 'class="stuck"' in page and "3 of 4 GPUs well" in page
     print("VekgpuStuck fires for the sick GPU; the exporter still answers for the other three")
 
 

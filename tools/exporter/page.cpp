@@ -34,9 +34,10 @@ a { color: #0b57a4; }
 main { display: grid; gap: 1rem; grid-template-columns: repeat(auto-fill, minmax(min(100%, 21rem), 1fr)); }
 section { border: 1px solid #888; border-left: .5rem solid #2a7d3c; border-radius: .3rem; padding: .7rem .9rem; }
 section.asleep { border-left-color: #5a6b8c; border-left-style: double; }
-section.stuck, section.crashed, section.lost { border-left-color: #b3261e; border-left-style: dashed; }
+section.stuck, section.crashed, section.lost { border-left-color: #b3261e; }
 .where { color: #555; font-family: ui-monospace, monospace; font-size: .85rem; }
-.state { font-weight: 600; margin: .4rem 0; overflow-wrap: anywhere; }
+.state { font-weight: 600; margin: .4rem 0; }
+.why { overflow-wrap: anywhere; }
 dl { display: grid; grid-template-columns: auto 1fr; gap: .1rem 1rem; margin: 0; }
 dt { color: #555; }
 dd { margin: 0; text-align: right; font-variant-numeric: tabular-nums; }
@@ -102,13 +103,16 @@ std::string memory_of(const answer &one)
                : used;
 }
 
-std::string told_state(const answer &one)
+// Since when it is not well, and why. A path may be broken at its slashes.
+std::string told_trouble(const answer &one)
 {
-    if (one.state == gpu_state::ok)
-        return "ok";
     const auto since = std::chrono::system_clock::to_time_t(one.since);
-    return fmt::format("{} since {:%Y-%m-%d %H:%M:%S} UTC{}{}", name_of(one.state), fmt::gmtime(since),
-                       one.detail.empty() ? "" : ": ", one.detail);
+    const std::string text = escaped(fmt::format("since {:%Y-%m-%d %H:%M:%S} UTC{}{}", fmt::gmtime(since),
+                                                 one.detail.empty() ? "" : ": ", one.detail));
+    std::string broken;
+    for (const char c : text)
+        broken += c == '/' ? std::string("<wbr>/") : std::string(1, c);
+    return broken;
 }
 
 void put_gpu(std::string &page, const answer &one, const gpu_history &history)
@@ -119,8 +123,10 @@ void put_gpu(std::string &page, const answer &one, const gpu_history &history)
     if (!title.empty())
         page += fmt::format(": <bdi>{}</bdi>", escaped(title));
     page += fmt::format("</h2>\n<div class=\"where\">{}</div>\n", escaped(history.bus_id));
-    page += fmt::format("<div class=\"state\">{} {}</div>\n", sign_of(one.state), escaped(told_state(one)));
-    if (one.state == gpu_state::ok) {
+    page += fmt::format("<div class=\"state\">{} {}</div>\n", sign_of(one.state), name_of(one.state));
+    if (one.state != gpu_state::ok) {
+        page += fmt::format("<div class=\"why\">{}</div>\n", told_trouble(one));
+    } else {
         page += "<dl>\n";
         put_row(page, "temperature", shown(one, field_of("temperature")));
         put_row(page, "load", shown(one, field_of("gpu_util_percent")));
