@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""usage: exporter.py BIN_DIR [--scrapes N] [--exporters N] [--seconds N]
+"""usage: exporter.py BIN_DIR [--only PART] [--scrapes N] [--exporters N] [--seconds N]
 
 What the exporter costs and what disturbs it, on simulated hosts. Times that are compared are taken in turns, in one run.
+Each line ends with what is owed; the exit status is 1 when something that is not a time is not kept.
 """
 from __future__ import annotations
 
@@ -14,12 +15,17 @@ import re
 import socket
 import statistics
 import subprocess
+import sys
 import tempfile
 import time
 import urllib.parse
 import urllib.request
 from pathlib import Path
-from typing import Any, Callable, List
+from typing import Any, Callable, List, Optional
+
+# Where the driver tells them.
+PROCESSES = ["sys/class/drm/card{}/device/gpu_mem_util_info", "host/requests/card{}/C010644C.1"]
+GROWTH_KIB = 256
 
 
 def children(pid: int) -> List[int]:
@@ -33,16 +39,16 @@ def private_kib(pid: int) -> int:
 
 
 class Exporter:
-    def __init__(self, binaries: Path, gpus: int, still: bool = False) -> None:
+    def __init__(self, binaries: Path, gpus: int, *options: str, still: bool = False, tree: Optional[Path] = None) -> None:
         self.directory = tempfile.TemporaryDirectory(prefix="vekgpu-bench-", dir="/dev/shm")
-        self.tree = Path(self.directory.name) / "host"
+        self.tree = tree or Path(self.directory.name) / "host"
         self.command = [str(binaries / "veksim"), "--gpus", str(gpus), *(["--still"] if still else []),
                         "--tree", str(self.tree), "--"]
-        self.process = subprocess.Popen([*self.command, str(binaries / "vekgpu-exporter"), "--listen", "127.0.0.1:0"],
-                                        text=True, stderr=subprocess.PIPE)
+        self.process = subprocess.Popen([*self.command, str(binaries / "vekgpu-exporter"), "--listen", "127.0.0.1:0",
+                                         *options], text=True, stderr=subprocess.PIPE)
         assert self.process.stderr is not None
         self.port = int(self.process.stderr.readline().rpartition(":")[2])
-        self.scrape()
+        self.first = self.scrape()
 
     def main(self) -> int:
         return children(self.process.pid)[0]
@@ -58,10 +64,32 @@ class Exporter:
         connection.close()
         return time.monotonic() - begin
 
+    def ups(self) -> List[str]:
+        return re.findall(r"^vekgpu_up\{.*\} (\d)$", self.page, re.MULTILINE)
+
+    def holdings(self) -> "tuple[List[int], List[int]]":
+        """Private memory in KiB and open descriptors, of the main process and its readers."""
+        processes = self.processes()
+        return [private_kib(pid) for pid in processes], [len(os.listdir(f"/proc/{pid}/fd")) for pid in processes]
+
+    def hang(self) -> None:
+        fault = self.tree / "host/stuck/sys/class/drm/card1/device/gpu_util_info"
+        fault.parent.mkdir(parents=True)
+        fault.touch()
+
     def stop(self) -> None:
         self.process.terminate()
         self.process.wait()
         self.directory.cleanup()
+
+
+kept = True
+
+
+def owed(holds: bool, words: str) -> str:
+    global kept
+    kept = kept and holds
+    return f"({words}{'' if holds else ': NOT KEPT'})"
 
 
 def milliseconds(times: List[float]) -> str:
@@ -84,26 +112,39 @@ def page_and_query(binaries: Path) -> None:
     page, client = [pair[0] for pair in pairs], [pair[1] for pair in pairs]
     print(f"15 GPUs: a page {milliseconds(page)}, veksmi query of its fields {milliseconds(client)}, "
           f"ratio {statistics.median(page) / statistics.median(client):.2f}; {len(exporter.page)} bytes, "
-          f"{exporter.page.count(chr(10)) - exporter.page.count('# ')} series")
-    memory = [private_kib(pid) for pid in exporter.processes()]
-    print(f"15 GPUs: private memory of {len(memory)} processes {sum(memory) / 1024:.1f} MiB, "
-          f"of the main one {memory[0] / 1024:.1f} MiB")
+          f"{exporter.page.count(chr(10)) - exporter.page.count('# ')} series (owed: at most 1.5)")
+    memory, _ = exporter.holdings()
+    print(f"15 GPUs: private memory of {len(memory)} processes {sum(memory) / 1024:.1f} MiB, of the main one "
+          f"{memory[0] / 1024:.1f} MiB {owed(len(memory) == 16 and sum(memory) < 32 * 1024, 'owed: under 32 MiB')}")
     exporter.stop()
 
 
 def endurance(binaries: Path, scrapes: int) -> None:
-    exporter = Exporter(binaries, 2)
-    for _ in range(min(200, scrapes)):
-        exporter.scrape()
-    before = [(private_kib(pid), len(os.listdir(f"/proc/{pid}/fd"))) for pid in exporter.processes()]
-    first = [exporter.scrape() for _ in range(50)]
+    exporter = Exporter(binaries, 2, "--processes", "5", still=True)
+    lists = [[exporter.tree / place.format(card) for card in (0, 1)] for place in PROCESSES]
+    seen = set()
+
+    def scrape() -> float:
+        """After the processes of the one GPU have become those of the other."""
+        for one, other in lists:
+            aside = exporter.tree / "aside"
+            for source, target in ((one, aside), (other, one), (aside, other)):
+                source.rename(target)
+        took = exporter.scrape()
+        seen.add("\n".join(re.findall(r"^vekgpu_process_memory_bytes.*", exporter.page, re.MULTILINE)))
+        return took
+
+    for _ in range(min(500, scrapes)):
+        scrape()
+    first, before = [scrape() for _ in range(50)], exporter.holdings()
     for _ in range(scrapes):
-        exporter.scrape()
-    last = [exporter.scrape() for _ in range(50)]
-    after = [(private_kib(pid), len(os.listdir(f"/proc/{pid}/fd"))) for pid in exporter.processes()]
-    print(f"{scrapes} scrapes: {milliseconds(first)} before, {milliseconds(last)} after; "
-          f"private KiB {[one[0] for one in before]} -> {[one[0] for one in after]}; "
-          f"descriptors {[one[1] for one in before]} -> {[one[1] for one in after]}")
+        scrape()
+    last, after = [scrape() for _ in range(50)], exporter.holdings()
+    grown = sum(after[0]) - sum(before[0])
+    is_flat = grown <= GROWTH_KIB and after[1] == before[1] and len(seen) > 1
+    print(f"{scrapes} scrapes with processes coming and going: {milliseconds(first)} before, {milliseconds(last)} after; "
+          f"private KiB {before[0]} -> {after[0]}; descriptors {before[1]} -> {after[1]} "
+          f"{owed(is_flat, f'owed: at most {GROWTH_KIB} KiB more, no descriptor')}")
     exporter.stop()
 
 
@@ -127,21 +168,33 @@ def bad_clients(binaries: Path) -> None:
         for one in silent + slow:
             one.close()
         time.sleep(0.1)
-    print(f"63 half-open connections and 8 slow readers: {milliseconds(usual)} without, {milliseconds(disturbed)} with")
+    more = (statistics.median(disturbed) - statistics.median(usual)) * 1000
+    print(f"63 half-open connections and 8 slow readers: {milliseconds(usual)} without, {milliseconds(disturbed)} with, "
+          f"{more:+.1f} ms (owed: within 10 ms)")
     exporter.stop()
 
 
 def stuck(binaries: Path) -> None:
-    exporter = Exporter(binaries, 4, still=True)
-    usual = [exporter.scrape() for _ in range(20)]
-    fault = exporter.tree / "host/stuck/sys/class/drm/card1/device/gpu_util_info"
-    fault.parent.mkdir(parents=True)
-    fault.touch()
+    exporter, three = Exporter(binaries, 4, still=True), Exporter(binaries, 3, still=True)
+    exporter.hang()
     first = exporter.scrape()
-    later = [exporter.scrape() for _ in range(20)]
-    print(f"one of 4 GPUs stuck, deadline 500 ms: first {first * 1000:.0f} ms, later {milliseconds(later)}, "
-          f"before {milliseconds(usual)}")
-    exporter.stop()
+    pairs = [(exporter.scrape(), three.scrape()) for _ in range(30)]
+    later, others = [pair[0] for pair in pairs], [pair[1] for pair in pairs]
+    print(f"one of 4 GPUs stuck, deadline 500 ms: first {first * 1000:.0f} ms (owed: at most 550), later "
+          f"{milliseconds(later)}, 3 GPUs alone {milliseconds(others)}, "
+          f"ratio {statistics.median(later) / statistics.median(others):.2f} (owed: about 1) "
+          f"{owed(exporter.ups() == ['1', '0', '1', '1'], 'owed: the other three answer')}")
+    tree, directory = exporter.tree, exporter.directory
+    exporter.process.terminate()
+    exporter.process.wait()
+    again = Exporter(binaries, 4, tree=tree, still=True)
+    whole = again.ups().count("1")
+    later = [again.scrape() for _ in range(20)]
+    print(f"started anew while it hangs: first {again.first * 1000:.0f} ms with {whole} GPUs, later {milliseconds(later)} "
+          f"{owed(whole == 3 and again.ups().count('1') == 3, 'owed: the other three at once')}")
+    again.stop()
+    three.stop()
+    directory.cleanup()
 
 
 def fleet(binaries: Path, exporters: int, seconds: int) -> None:
@@ -153,12 +206,16 @@ def fleet(binaries: Path, exporters: int, seconds: int) -> None:
         (directory / "prometheus.yml").write_text(
             "global: {scrape_interval: 5s, scrape_timeout: 4s}\nscrape_configs:\n"
             f"  - {{job_name: vekgpu, static_configs: [{{targets: [{targets}]}}]}}\n")
-        server = subprocess.Popen(["prometheus", f"--config.file={directory / 'prometheus.yml'}", "--log.level=error",
-                                   f"--storage.tsdb.path={directory / 'data'}", f"--web.listen-address=127.0.0.1:{port}"])
+        with (directory / "log").open("w") as log:
+            server = subprocess.Popen(["prometheus", f"--config.file={directory / 'prometheus.yml'}",
+                                       f"--storage.tsdb.path={directory / 'data'}", "--log.level=debug",
+                                       f"--web.listen-address=127.0.0.1:{port}"], stderr=log)
         time.sleep(seconds)
 
+        now = time.time()  # of all queries, or a scrape between two of them would seem missed
+
         def ask(query: str) -> Any:
-            address = f"http://127.0.0.1:{port}/api/v1/query?" + urllib.parse.urlencode({"query": query})
+            address = f"http://127.0.0.1:{port}/api/v1/query?" + urllib.parse.urlencode({"query": query, "time": now})
             with urllib.request.urlopen(address, timeout=20) as reply:
                 return [float(one["value"][1]) for one in json.loads(reply.read())["data"]["result"]]
 
@@ -171,14 +228,17 @@ def fleet(binaries: Path, exporters: int, seconds: int) -> None:
         print(f"{exporters} exporters of 15 GPUs, every 5 s, for {seconds} s: {made:.0f} scrapes, "
               f"missed {made - answered:.0f}; mean {statistics.mean(took) * 1000:.0f} ms, longest "
               f"{max(longest) * 1000:.0f} ms; GPUs once told stuck {ill:.0f}; private memory "
-              f"{memory / 1024:.0f} MiB, of Prometheus {private_kib(server.pid) / 1024:.0f} MiB")
+              f"{memory / 1024:.0f} MiB, of Prometheus {private_kib(server.pid) / 1024:.0f} MiB "
+              f"{owed(made == answered and made > exporters, 'owed: none missed')}")
+        for fault in re.findall(r".*Scrape failed.*", (directory / "log").read_text()):
+            print(fault)
         server.terminate()
         server.wait()
     for host in hosts:
         host.stop()
 
 
-def main() -> None:
+def main() -> int:
     parser = argparse.ArgumentParser()
     parser.add_argument("binaries", type=Path)
     parser.add_argument("--scrapes", type=int, default=100_000)
@@ -196,7 +256,8 @@ def main() -> None:
     for name, run in parts.items():
         if wanted.only in (None, name):
             run()
+    return 0 if kept else 1
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())
