@@ -165,6 +165,7 @@ fetch >/tmp/page
 main=$(systemctl show -P MainPID vekgpu-exporter.service)
 [ "$(grep -Ec '^(CapBnd:\s0+|NoNewPrivs:\s1|Seccomp:\s2)$' "/proc/$main/status")" = 3 ]
 [ "$(stat -c %u "/proc/$main")" -ge 61184 ]
+systemd-analyze security --offline=true --threshold=15 vekgpu-exporter.service >/dev/null
 systemctl stop vekgpu-exporter.socket vekgpu-exporter.service
 systemctl show -P Result vekgpu-exporter.service | grep -x success
 [ ! -e "/proc/$main" ]
