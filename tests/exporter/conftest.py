@@ -93,6 +93,11 @@ class Exporter:
         return status
 
 
+def unhurried(arguments: Tuple[str, ...]) -> Tuple[str, ...]:
+    """With the usual deadline, longer under emulation, unless they name one."""
+    return arguments if "--deadline" in arguments else ("--deadline", str(0.5 * SLOWNESS), *arguments)
+
+
 class Host:
     """A tree with GPUs whose readings are at rest."""
 
@@ -127,15 +132,13 @@ class Host:
         return {**os.environ, "VEKSIM_EMULATOR": " ".join(EMULATOR), **more}
 
     def run(self, *arguments: str) -> "subprocess.CompletedProcess[str]":
-        return subprocess.run(self.command(*arguments), env=self.environment(), text=True, capture_output=True,
+        return subprocess.run(self.command(*unhurried(arguments)), env=self.environment(), text=True, capture_output=True,
                               timeout=60 * SLOWNESS)
 
     def export(self, *arguments: str, listen: Optional[str] = "127.0.0.1:0", **process: Any) -> Exporter:
         """Starts an exporter, on a port of its own unless told otherwise."""
-        if not any(word.startswith("--deadline") for word in arguments):
-            arguments = (*arguments, "--deadline", str(0.5 * SLOWNESS))
         listening = ["--listen", listen] if listen else []
-        started = Exporter(subprocess.Popen(self.command(*listening, *arguments), env=self.environment(), text=True,
+        started = Exporter(subprocess.Popen(self.command(*listening, *unhurried(arguments)), env=self.environment(), text=True,
                                             stderr=subprocess.PIPE, **process))
         self.exporters.append(started)
         return started
