@@ -258,10 +258,18 @@ fail 12
     return all[next++ % std::size(all)];
 }
 
-// The driver reads all of it for each answer.
-std::string beginning(const std::string &text)
+// The driver reads all of it for each answer, and gets as much memory for its lists as it says it may need.
+std::string modest(const std::string &text)
 {
-    return text.substr(0, 800);
+    constexpr std::size_t digits = 6;
+    std::string made = text.substr(0, 800);
+    for (std::size_t at = 0; (at = made.find("max_", at)) != made.npos; ++at) {
+        const std::size_t end = std::min(made.find('\n', at), made.size());
+        const std::size_t number = std::min(made.find_first_of("0123456789", at), end);
+        if (end - number > digits)
+            made.erase(number + digits, end - number - digits);
+    }
+    return made;
 }
 
 // ---- the log
@@ -415,7 +423,7 @@ std::vector<node_target> node_targets()
          {},
          read_error_totals},
         {"video_engines", "src/vpu_counters.cpp", {"/sys/kernel/debug/vpu/xmem"}, {}, read_engine_load},
-        {"video_driver", "src/vpu_codecs.cpp", {video_driver}, {}, read_engine_abilities, engine_abilities, beginning},
+        {"video_driver", "src/vpu_codecs.cpp", {video_driver}, {}, read_engine_abilities, engine_abilities, modest},
         {"attributes", "src/vek_smi.cpp", attributes(), {}, read_attributes},
         {"replies",
          "src/drm_card.cpp",
