@@ -87,13 +87,15 @@ private:
     {
         char path[PATH_MAX];
         struct stat info;
-        if (snprintf(path, sizeof path, "%s%s", parent, name) >= PATH_MAX - 1)
+        const int length = snprintf(path, sizeof path, "%s%s", parent, name);
+        if (length < 0 || length >= PATH_MAX - 1)
             return refuse(parent, "is too deep");
         if (fstatat(directory, name, &info, AT_SYMLINK_NOFOLLOW) != 0)
             return errno == ENOENT || refuse(path, strerror(errno));
         switch (info.st_mode & S_IFMT) {
         case S_IFDIR:
-            strcat(path, "/");
+            path[length] = '/';
+            path[length + 1] = '\0';
             return check(openat(directory, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC), path, depth + 1);
         case S_IFLNK:
             return check_link(directory, name, path, depth);
