@@ -33,9 +33,9 @@ def children(pid: int) -> List[int]:
     return found + [grand for child in found for grand in children(child)]
 
 
-def private_kib(pid: int) -> int:
+def private_kib(pid: int, kind: str = r"Private_\w+") -> int:
     text = Path(f"/proc/{pid}/smaps_rollup").read_text()
-    return sum(int(one) for one in re.findall(r"Private_\w+: +(\d+)", text))
+    return sum(int(one) for one in re.findall(kind + r": +(\d+)", text))
 
 
 class Exporter:
@@ -68,9 +68,11 @@ class Exporter:
         return re.findall(r"^vekgpu_up\{.*\} (\d)$", self.page, re.MULTILINE)
 
     def holdings(self) -> "tuple[List[int], List[int]]":
-        """Private memory in KiB and open descriptors, of the main process and its readers."""
+        """Memory written to, in KiB, and open descriptors, of the main process and its readers."""
+        time.sleep(0.5)  # the last connection is closed by then
         processes = self.processes()
-        return [private_kib(pid) for pid in processes], [len(os.listdir(f"/proc/{pid}/fd")) for pid in processes]
+        return ([private_kib(pid, "Private_Dirty") for pid in processes],
+                [len(os.listdir(f"/proc/{pid}/fd")) for pid in processes])
 
     def hang(self) -> None:
         fault = self.tree / "host/stuck/sys/class/drm/card1/device/gpu_util_info"
@@ -113,7 +115,7 @@ def page_and_query(binaries: Path) -> None:
     print(f"15 GPUs: a page {milliseconds(page)}, veksmi query of its fields {milliseconds(client)}, "
           f"ratio {statistics.median(page) / statistics.median(client):.2f}; {len(exporter.page)} bytes, "
           f"{exporter.page.count(chr(10)) - exporter.page.count('# ')} series (owed: at most 1.5)")
-    memory, _ = exporter.holdings()
+    memory = [private_kib(pid) for pid in exporter.processes()]
     print(f"15 GPUs: private memory of {len(memory)} processes {sum(memory) / 1024:.1f} MiB, of the main one "
           f"{memory[0] / 1024:.1f} MiB {owed(len(memory) == 16 and sum(memory) < 32 * 1024, 'owed: under 32 MiB')}")
     exporter.stop()
@@ -143,7 +145,7 @@ def endurance(binaries: Path, scrapes: int) -> None:
     grown = sum(after[0]) - sum(before[0])
     is_flat = grown <= GROWTH_KIB and after[1] == before[1] and len(seen) > 1
     print(f"{scrapes} scrapes with processes coming and going: {milliseconds(first)} before, {milliseconds(last)} after; "
-          f"private KiB {before[0]} -> {after[0]}; descriptors {before[1]} -> {after[1]} "
+          f"written KiB {before[0]} -> {after[0]}; descriptors {before[1]} -> {after[1]} "
           f"{owed(is_flat, f'owed: at most {GROWTH_KIB} KiB more, no descriptor')}")
     exporter.stop()
 
