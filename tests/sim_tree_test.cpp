@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Trees: what leads into them, which are refused, and programs that nobody here wrote on top of them.
+// Trees: what leads into them, and which are refused.
 #include "build_paths.h"
 #include "support/sim_host.h"
 
@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <climits>
-#include <csignal>
 #include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
@@ -24,7 +23,6 @@
 #include <sys/time.h>
 #include <sys/un.h>
 #include <sys/vfs.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <utime.h>
 
@@ -178,46 +176,6 @@ TEST_F(tree_test, a_strangers_tree_runs_no_code_and_leads_nowhere)
     EXPECT_EQ(run_on_host({VEKSMI_PATH, "list"}, {{"VEKSIM_TRUST_TREE", "1"}}).status, 0);
 }
 
-TEST(veksim_launcher, leaves_nothing_of_a_build_that_ends_early)
-{
-    if (EMULATOR[0] != '\0')
-        GTEST_SKIP() << "the emulator takes the signals";
-    veksim::node_tree scratch;
-    const std::string place = scratch.path("/t").string(), named = scratch.path("/named").string();
-    fs::create_directory(place);
-    const std::string tmpdir = "TMPDIR=" + place;
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-        for (const char *tree : {"", named.c_str()}) {
-            const pid_t child = fork();
-            if (child == 0) {
-                sigset_t waiting;
-                sigemptyset(&waiting);
-                sigaddset(&waiting, signal);
-                sigprocmask(SIG_BLOCK, &waiting, nullptr);
-                raise(signal); // and is there when the program starts
-                putenv(const_cast<char *>(tmpdir.c_str()));
-                execl(VEKSIM_PATH, "veksim", "--tree", tree, "--", "true", nullptr);
-                _exit(0);
-            }
-            int status = 0;
-            waitpid(child, &status, 0);
-            EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
-            EXPECT_TRUE(fs::is_empty(place));
-            EXPECT_FALSE(fs::exists(named));
-        }
-
-    const std::string full = "ulimit -f 1; exec \"$0\" \"$@\"";
-    EXPECT_NE(run({"sh", "-c", full, VEKSIM_PATH, "--tree", named, "--", "true"}, native).status, 0);
-    const run_result again = run({VEKSIM_PATH, "--tree", named, "--gpus", "1", "--", "true"}, native);
-    EXPECT_EQ(again.status, 0) << again.err;
-    EXPECT_TRUE(fs::exists(named + "/sys/class/drm/card0/vek_dbdf"));
-    EXPECT_EQ(run({VEKSIM_PATH, "--tree", place, "--", "true"}, native).status, 0) << "an empty directory will do";
-    const std::string relative = "cd " + place + "/host && exec \"$0\" --tree new/ --gpus 0 -- test -d new/host";
-    EXPECT_EQ(run({"sh", "-c", relative, VEKSIM_PATH}, native).status, 0);
-    fs::remove_all(place + "/host");
-    EXPECT_EQ(run({VEKSIM_PATH, "--tree", place, "--", "true"}, native).status, 1) << "but not one with other files";
-}
-
 // Flags have but two values, and what names the board or the bus is no reading.
 TEST_F(tree_test, a_distinct_host_has_no_two_equal_readings)
 {
@@ -242,60 +200,6 @@ TEST_F(tree_test, a_distinct_host_has_no_two_equal_readings)
             EXPECT_TRUE(values_of_node[node].insert(text).second) << node << gpu;
         }
     }
-}
-
-// What an installed program prints on this host; nothing when there is no such program for the machine we are built for.
-std::string printed_by(const std::string &root, const std::string &command, environment settings = {})
-{
-    if (EMULATOR[0] != '\0' ||
-        std::system(("command -v " + command.substr(0, command.find(' ')) + " >/dev/null").c_str()) != 0)
-        return "";
-    settings.emplace("LD_PRELOAD", VEKSIM_PRELOAD);
-    settings.emplace("VEKSIM_TREE", root);
-    return run({"sh", "-c", command}, settings).out;
-}
-
-TEST_F(tree_test, lspci_reads_what_the_host_says)
-{
-    veksim::gpu_config config;
-    config.pci_address = "0001:a3:00.0";
-    config.device_id = 0x4a17;
-    config.subsystem_device_id = 0x12;
-    config.current_link_speed = "8.0 GT/s PCIe";
-    config.current_link_width = 4;
-    config.numa_node = 1;
-    host.add_gpu(config);
-    const std::string out = printed_by(host.root().string(), "lspci -D -nn -vv");
-    if (out.empty())
-        GTEST_SKIP() << "no lspci";
-    const std::size_t gpu = out.find("0001:a3:00.0 VGA compatible controller [0300]");
-    ASSERT_NE(gpu, std::string::npos) << out;
-    for (const char *words : {"[7665:4a17]", "[7665:0012]", "NUMA node: 1", "Speed 16GT/s, Width x8", "Speed 8GT/s",
-                              "Width x4", "[size=32M]", "Kernel driver in use: vekgpu", "Advanced Error Reporting"})
-        EXPECT_NE(out.find(words, gpu), std::string::npos) << words << out;
-    EXPECT_NE(out.find("0001:00:01.0 PCI bridge [0604]"), std::string::npos) << out;
-    EXPECT_NE(out.find("primary=00, secondary=a3, subordinate=a3"), std::string::npos) << out;
-}
-
-TEST_F(tree_test, vainfo_finds_the_engines)
-{
-    host.add_gpu();
-    host.add_video_libraries();
-    host.write("/usr/lib/aarch64-linux-gnu/dri/vekgpu_drv_video.conf",
-               "vendor one engine\nprofile 17\nentrypoint 1\nprofile 12\nentrypoint 7\n");
-    const std::string out = printed_by(host.root().string(), "vainfo --display drm --device /dev/dri/card0",
-                                       {{"LIBVA_DRIVERS_PATH", "/usr/lib/aarch64-linux-gnu/dri"}});
-    if (out.empty())
-        GTEST_SKIP() << "no vainfo";
-    std::vector<std::string> words;
-    std::istringstream text(out.substr(out.find("entrypoints\n") + 12));
-    for (std::string word; text >> word;)
-        words.push_back(word.substr(0, word.find(':')));
-    EXPECT_NE(out.find("Driver version: one engine"), std::string::npos) << out;
-    std::erase(words, "");
-    EXPECT_EQ(words, (std::vector<std::string>{"VAProfileHEVCMain", "VAEntrypointVLD", "VAProfileJPEGBaseline",
-                                               "VAEntrypointEncPicture"}))
-        << out;
 }
 
 } // namespace
