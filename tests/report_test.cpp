@@ -97,6 +97,15 @@ TEST_F(report_test, the_host_plays_back_with_its_faults)
     EXPECT_NE(veksmi("ps --format json", whole).out.find("--of=all"), std::string::npos);
     expect_play_back(unpacked());
 
+    host.write("/etc/vekgpu/units.conf", "power = milliwatt # of wombat\nclock=hertz\nvoltage = millivolt\n");
+    const fs::path scaled = unpacked();
+    expect_play_back(scaled);
+    EXPECT_EQ(content_of(scaled / "etc/vekgpu/units.conf"), "power = milliwatt \nclock=hertz\nvoltage = millivolt\n");
+    EXPECT_EQ(json::parse(content_of(scaled / "report.json"))["gpus"][0]["power"], 0.021);
+    host.write("/etc/vekgpu/units.conf", "wombat = milliwatt\n");
+    EXPECT_FALSE(fs::exists(unpacked() / "etc")) << "it was not understood, and so not used";
+    host.remove("/etc");
+
     host.fail(host.hwmon(0, "temp1_input"), EACCES);
     host.fail_reads(host.hwmon(0, "fan1_input"), EIO);
     host.remove(host.card(0, "device/gpu_util_info"));

@@ -27,6 +27,7 @@ struct redirection {
 constexpr redirection redirections[] = {
     {"/sys/class/drm", zone::sysfs, false},
     {"/tmp/smi.log", zone::plain, true},
+    {"/etc/vekgpu/units.conf", zone::plain, true},
     {"/sys/kernel/debug", zone::sysfs, false},
     {"/sys/bus/pci", zone::sysfs, false},
     {"/sys/dev/char", zone::sysfs, false},
@@ -49,6 +50,8 @@ constexpr const char *shared_directories[] = {"/proc",
                                               "/opt/vekgpu/lib",
                                               "/usr/lib64",
                                               "/tmp",
+                                              "/etc/vekgpu",
+                                              "/etc",
                                               "/usr/lib/aarch64-linux-gnu"};
 
 // Two roots take turns, so that a reader of the old one never sees it half rewritten.
@@ -264,7 +267,7 @@ void host_path::lead(const char *path)
         }
         return;
     }
-    if (path[0] != '/' || strchr("/.stdou", path[1]) == nullptr)
+    if (path[0] != '/' || strchr("/.destuo", path[1]) == nullptr)
         return;
     for (const redirection &entry : redirections) {
         const char *below = after_prefix(path, entry.prefix);

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <fstream>
 #include <list>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -39,6 +40,16 @@ struct lane {
     report_nodes nodes;
     node_lane reading;
 };
+
+// What the driver counts in, without comments; empty where nothing says so, or nothing that was understood.
+std::string units_of_host()
+{
+    std::ifstream stream(units::file);
+    std::string entries;
+    for (std::string line; std::getline(stream, line);)
+        entries += line.substr(0, line.find('#')) + "\n";
+    return units().override_with(entries).empty() ? entries : "";
+}
 
 struct tally {
     std::size_t read = 0;
@@ -78,6 +89,8 @@ public:
         survey_.add_libraries();
         tree_.add("/host/modules", survey_.modules());
         tree_.add("/host/packages", mask_.masked(content::package_list, survey_.packages()));
+        if (const std::string used = units_of_host(); !used.empty())
+            tree_.add(units::file, used);
         tree_.add("/host/euid", fmt::format("{}\n", geteuid()));
         tree_.add_directory("/dev/dri");
         tree_.add_directory("/sys/class/drm");
@@ -311,8 +324,8 @@ int write_report(const options &wanted, session &)
         return cannot_write(file.name(), error);
     status_of(host.gpus()); // for what it tells: the report itself is done
     const std::string told =
-        fmt::format("{} GPUs, {} nodes, {} that could not be read. {}", host.gpus().size(), host.counted().read,
-                    host.counted().notes.size(),
+        fmt::format("{} GPU{}, {} nodes, {} that could not be read. {}", host.gpus().size(),
+                    host.gpus().size() == 1 ? "" : "s", host.counted().read, host.counted().notes.size(),
                     wanted.full ? "Nothing is masked: it names chips, processes, command lines and the host."
                                 : "Chip ids, processes and the host's name are masked.");
     if (file.is_standard_output())
