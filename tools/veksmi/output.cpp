@@ -45,7 +45,7 @@ std::size_t width_of_first(std::string_view text)
 std::string padded(const std::string &text, std::size_t width, table::align side)
 {
     const std::string blanks(width - std::min(width, width_of(text)), ' ');
-    return side == table::align::left ? text + blanks : blanks + text;
+    return side == table::align::right ? blanks + text : text + blanks;
 }
 
 // TEXT in lines of at most WIDTH columns, broken at blanks where there are some.
@@ -164,6 +164,15 @@ std::string shortened(std::string_view text, std::size_t width)
         end += length_of_first(text.substr(end));
     }
     return std::string(text.substr(0, end)) + "…";
+}
+
+void table::leave_out(std::string_view column)
+{
+    const auto is_meant = [&](const table::heading &h) { return h.first == column; };
+    const auto at = std::find_if(headings_.begin(), headings_.end(), is_meant) - headings_.begin();
+    headings_.erase(headings_.begin() + at);
+    for (auto &row : rows_)
+        row.erase(row.begin() + at);
 }
 
 std::vector<std::size_t> table::widths() const

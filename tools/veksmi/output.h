@@ -33,15 +33,16 @@ std::string paint(colour c, std::string_view text); // as it is where nothing is
 std::size_t width_of(std::string_view text);        // in columns
 std::string shortened(std::string_view text, std::size_t width);
 
-// A table whose columns are as wide as they have to be, and no wider together than the output: the widest text columns
-// give way, or the last one goes on in the next line.
+// A table whose columns are as wide as they have to be, and no wider together than the output: the widest columns that
+// may be cut give way, or the last one goes on in the next line.
 class table {
 public:
-    enum class align { left, right };
+    enum class align { left, whole, right }; // what stands left may be cut, unless it says nothing then
     using heading = std::pair<std::string, align>;
     explicit table(std::vector<heading> headings) : headings_(std::move(headings)) {}
     void add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
     void wrap_last() { wraps_ = true; }
+    void leave_out(std::string_view column); // by its heading
     void print() const;
 
 private:

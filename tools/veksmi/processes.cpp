@@ -78,6 +78,8 @@ void print_processes(const answers &gpus, process_order order)
         rows.add({std::to_string(row.gpu), std::to_string(row.pid), or_none(row.user),
                   human_bytes(static_cast<double>(row.memory)), human_bytes(static_cast<double>(row.memory_total)),
                   or_none(row.name), or_none(row.unit), or_none(row.command)});
+    if (output_width() < 80)
+        rows.leave_out("ALL MEMORY");
     if (!found.empty())
         rows.print();
     bool all_known = true;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <limits>
 #include <optional>
 
 namespace {
@@ -81,7 +82,9 @@ void session::choose(const std::string &wanted)
 {
     const answers known = readers_.round({});
     tell_library_lines(known);
-    for (std::size_t start = 0; start <= wanted.size();) {
+    if (known.empty()) // as each command says in its own way; one that turns up now is not meant
+        indexes_.push_back(std::numeric_limits<unsigned>::max());
+    for (std::size_t start = 0; !known.empty() && start <= wanted.size();) {
         const std::size_t comma = std::min(wanted.find(',', start), wanted.size());
         const std::string item = wanted.substr(start, comma - start);
         const std::size_t before = indexes_.size();

@@ -50,15 +50,17 @@ int list_gpus(const options &wanted, session &gpus)
                 {"CARD", right},
                 {"MODEL", left},
                 {"NAME", left},
-                {"BUS ID", left},
-                {"UUID", left},
-                {"STATE", left}});
+                {"BUS ID", whole},
+                {"UUID", whole},
+                {"STATE", whole}});
     for (const answer &gpu : said) {
         std::vector<std::string> row;
         for (const field *f : fields)
             row.push_back(shown(gpu, *f));
         rows.add(row);
     }
+    if (output_width() < 80)
+        rows.leave_out("CARD");
     rows.print();
     return status_of(said);
 }

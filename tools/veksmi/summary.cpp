@@ -16,7 +16,7 @@ const field_list &summary_fields()
 
 std::string bar(const answer &gpu, const field &f)
 {
-    constexpr std::uint64_t width = 25;
+    constexpr std::uint64_t width = 20;
     double percent = 0;
     if (!as_number(gpu[f], percent))
         return fmt::format("[{:^{}}] {:>5}", "", width, shown(gpu, f));
@@ -40,18 +40,46 @@ std::string used_of_total(const answer &gpu)
     return part + " / " + whole;
 }
 
+// PARTS in as few lines as the output's width allows, each with its width: colours take no columns.
+void print_flowing(const std::vector<std::pair<std::string, std::size_t>> &parts)
+{
+    std::string line;
+    std::size_t column = 0;
+    const auto end_line = [&] {
+        line.erase(line.find_last_not_of(' ') + 1);
+        put(line + "\n");
+    };
+    for (const auto &[text, width] : parts) {
+        if (column > 0 && column + width > output_width()) {
+            end_line();
+            column = 0;
+        }
+        line = (column == 0 ? "  " : line) + text;
+        column = (column == 0 ? 2 : column) + width;
+    }
+    end_line();
+}
+
 void print_readings_of(const answer &gpu)
 {
-    print("  temperature {:<7} fan {:<9} power {:<7} graphics {:<9} memory {}\n", shown(gpu, field_of("temperature")),
-          shown(gpu, field_of("fan_speed")), shown(gpu, field_of("power")), shown(gpu, field_of("gfx_clock_mhz")),
-          shown(gpu, field_of("memory_clock_mhz")));
+    std::vector<std::pair<std::string, std::size_t>> parts;
+    const auto add = [&](const std::string &text) { parts.emplace_back(text, width_of(text)); };
+    add(fmt::format("temp {:<8}", shown(gpu, field_of("temperature"))));
+    add(fmt::format("fan {:<10}", shown(gpu, field_of("fan_speed"))));
+    add(fmt::format("power {:<8}", shown(gpu, field_of("power"))));
+    add(fmt::format("graphics {:<10}", shown(gpu, field_of("gfx_clock_mhz"))));
+    add(fmt::format("memory {}", shown(gpu, field_of("memory_clock_mhz"))));
+    print_flowing(parts);
     if (gpu.driverless)
         print("  memory {}\n", shown(gpu, field_of("firmware_memory_size_mib")));
     else
         print("  memory {}  {}\n", bar(gpu, field_of("memory_util_percent")), used_of_total(gpu));
-    print("  load   {}  tdm {}, geom {}, 3d {}, cdm {}\n", bar(gpu, field_of("gpu_util_percent")),
-          shown(gpu, field_of("tdm_util_percent")), shown(gpu, field_of("geom_util_percent")),
-          shown(gpu, field_of("3d_util_percent")), shown(gpu, field_of("cdm_util_percent")));
+    constexpr std::size_t bar_width = 37;
+    parts = {{fmt::format("load   {}  ", bar(gpu, field_of("gpu_util_percent"))), bar_width}};
+    add(fmt::format("tdm {}, geom {}, 3d {}, cdm {}", shown(gpu, field_of("tdm_util_percent")),
+                    shown(gpu, field_of("geom_util_percent")), shown(gpu, field_of("3d_util_percent")),
+                    shown(gpu, field_of("cdm_util_percent"))));
+    print_flowing(parts);
 }
 
 void print_gpu(const answer &gpu)
@@ -60,7 +88,8 @@ void print_gpu(const answer &gpu)
         fmt::format("GPU {}  {}  {}", gpu.index, shown(gpu, field_of("model")), shown(gpu, field_of("name")));
     const std::string bus_id = shown(gpu, field_of("bus_id"));
     const std::size_t taken = width_of(heading) + width_of(bus_id);
-    const std::string gap(std::max<std::size_t>(2, 78 - std::min<std::size_t>(76, taken)), ' ');
+    const std::size_t width = std::min<std::size_t>(output_width(), 78);
+    const std::string gap(std::max<std::size_t>(2, width - std::min(width, taken)), ' ');
     print("{}\n", paint(colour::bold, heading + gap + bus_id));
     if (gpu.state == gpu_state::ok)
         print_readings_of(gpu);
