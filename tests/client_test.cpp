@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The client as a person or a script meets it: a program that is run on a host.
-#include "build_paths.h"
-#include "sim_host.h"
+#include "client_host.h"
 
 #include <algorithm>
 #include <array>
@@ -10,66 +9,14 @@
 #include <cstring>
 #include <fstream>
 #include <future>
-#include <nlohmann/json.hpp>
 #include <pwd.h>
-#include <sstream>
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 
 namespace {
 
-using nlohmann::json;
-
-std::vector<std::string> words(const std::string &line)
-{
-    std::istringstream stream(line);
-    return {std::istream_iterator<std::string>(stream), {}};
-}
-
-std::vector<std::string> lines(const std::string &text, char end = '\n')
-{
-    std::istringstream stream(text);
-    std::vector<std::string> list;
-    for (std::string line; std::getline(stream, line, end);)
-        list.push_back(line);
-    return list;
-}
-
-pid_t parent_of(pid_t process)
-{
-    std::ifstream status("/proc/" + std::to_string(process) + "/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind("PPid:", 0) == 0)
-            return std::stoi(line.substr(5));
-    }
-    return 0;
-}
-
-// Each call starts the client and its readers, a tenth of a second of work under sanitizers: the cases that try every
-// command, or refuse dozens of values, take some seconds.
-class client_test : public sim_host {
-protected:
-    run_result veksmi(const std::string &arguments)
-    {
-        std::vector<std::string> command = words(arguments);
-        std::replace(command.begin(), command.end(), std::string("''"), std::string());
-        command.insert(command.begin(), VEKSMI_PATH);
-        return run_on_host(command);
-    }
-
-    // The only document on standard output; a null one fails the test.
-    json document(const std::string &arguments, int status = 0)
-    {
-        const run_result result = veksmi(arguments);
-        EXPECT_EQ(result.status, status) << arguments << "\n" << result.err;
-        json parsed = json::parse(result.out, nullptr, false);
-        EXPECT_TRUE(parsed.is_object() && parsed.value("schema", 0) == 2 && parsed["gpus"].is_array())
-            << arguments << "\n"
-            << result.out;
-        return parsed;
-    }
-};
+using client_test = client_host;
 
 TEST_F(client_test, works_without_a_gpu_and_without_a_driver)
 {
@@ -112,19 +59,6 @@ TEST_F(client_test, lists_the_gpus)
     EXPECT_EQ(document("list --format json -i 1")["gpus"][0]["uuid"], nullptr);
 }
 
-TEST_F(client_test, the_summary_is_a_block_per_gpu)
-{
-    veksim::gpu_state state;
-    state.local_total = 1000;
-    state.local_used = 500;
-    host.add_gpu({}, state);
-    const std::vector<std::string> text = lines(veksmi("").out);
-    ASSERT_GE(text.size(), 4U);
-    EXPECT_EQ(text[1], "  temperature 48 °C   fan 2400 RPM  power 21 W    graphics 1000 MHz  memory 1750 MHz");
-    EXPECT_EQ(text[2], "  memory [#############            ]  50 %  500 / 1000 B");
-    EXPECT_EQ(text[3].substr(0, 42), "  load   [#########                ]  37 %");
-}
-
 TEST_F(client_test, wrong_usage_is_one_line_and_1)
 {
     host.add_gpu();
@@ -155,35 +89,6 @@ TEST_F(client_test, wrong_usage_is_one_line_and_1)
         EXPECT_EQ(document(arguments, 1)["gpus"].size(), 0U);
 }
 
-TEST_F(client_test, query_tells_what_the_driver_tells)
-{
-    veksim::gpu_state state;
-    state.temperature = -3;
-    state.memory_errors[2] = {1, 2, 3, 4};
-    state.aer_totals = {7, 0, 52};
-    state.pcie_event = 5;
-    host.add_gpu({}, state);
-    std::string all;
-    for (const std::string &line : lines(veksmi("query --help-fields --format csv").out))
-        all += (all.empty() ? "" : ",") + line.substr(0, line.find(','));
-    all.erase(0, all.find(',') + 1); // the heading
-    const json gpu = document("query --format json --fields " + all)["gpus"][0];
-    const json expected = json::parse(R"({
-        "temperature": -3, "temperature_highest": 61, "memory_temperature": 52, "temperature_max": 90,
-        "thermal_shutdown": 105, "dvfs_enabled": 1, "fan_speed": 2400, "fan_speed_max": 4800, "fan_pwm": null,
-        "power": 21, "power_total": 32, "voltage": 850, "current": 24000, "gfx_clock_mhz": 1000,
-        "memory_clock_mhz": 1750, "cmcu_clock_mhz": 600, "acpu_clock_mhz": 800, "ndf_clock_mhz": 500,
-        "gpu_util_percent": 37, "3d_util_percent": 31, "memory_used": 1288490188, "memory_total": 8589934592,
-        "memory_util_percent": 15, "process_count": 0, "crc_read_errors": [0, 0, 2, 0],
-        "crc_write_retries": [0, 0, 3, 0], "pcie_corrected_errors": 7, "pcie_fatal_errors": 0, "pcie_nonfatal_errors": 52,
-        "pcie_event": 5, "pcie_event_flags": [1, 0, 1, 0, 0, 0], "pcie_speed_gts": 16, "pcie_width": 8, "cores": 4,
-        "memory_vendor": "Samsung", "firmware_version": "v1.2.3", "card_type": "Display Card",
-        "driver_kmd": "1.10", "device_id": "0x4a1f", "display_connected": true,
-        "firmware_memory_size_mib": null})");
-    for (const auto &[key, value] : expected.items())
-        EXPECT_EQ(gpu[key], value) << key;
-}
-
 TEST_F(client_test, what_is_not_to_be_had_is_absent)
 {
     veksim::gpu_config passive;
@@ -211,28 +116,6 @@ TEST_F(client_test, what_is_not_to_be_had_is_absent)
     EXPECT_NE(csv.err, "") << "the library's own lines go to standard error";
     const std::vector<std::string> cells = words(veksmi("query --fields " + keys).out);
     EXPECT_EQ(std::count(cells.begin(), cells.end(), "N/A"), 7);
-}
-
-TEST_F(client_test, json_is_valid_whatever_breaks)
-{
-    host.add_gpu(veksim::sample_gpu(0), {});
-    host.set_processes(0, {{4711, "\xff\x1b[31mred\"", 1000, 2000}});
-    host.write(host.card(0, "vek_product_name"), "\xfe\x1b[2J\n");
-    const auto check = [&](const std::string &fault) {
-        for (const char *command : {"", "list", "info", "query", "ps", "temp", "fan", "power", "clock", "thermal",
-                                    "dvfs", "pcie", "vpu", "version", "monitor -c 1"}) {
-            const run_result result = veksmi(std::string(command) + " --format json");
-            EXPECT_TRUE(json::accept(result.out)) << fault << ", " << command << ": " << result.out;
-            EXPECT_EQ(veksmi(command + std::string(" -i 0")).out.find('\x1b'), std::string::npos) << command;
-        }
-    };
-    host.instant_pauses();
-    check("odd texts");
-    EXPECT_EQ(document("ps --format json")["gpus"][0]["processes"][0]["memory"], 1000);
-    host.remove(host.card(0, "device"));
-    host.write(host.card(0, "device/vendor"), "0x7665\n");
-    host.set_euid(1000);
-    check("no nodes, not root");
 }
 
 TEST_F(client_test, processes_of_all_gpus_by_memory)
@@ -315,23 +198,6 @@ TEST_F(client_test, setters_refuse_what_would_not_be_written)
                            "failed\n");
 }
 
-TEST_F(client_test, out_of_band_reads_the_firmware)
-{
-    veksim::gpu_state state;
-    state.temperature = 57;
-    host.add_bare_gpu({}, state);
-    const json gpu = document("query --out-of-band --format json --fields model,bus_id,temperature,fan_speed,"
-                              "power_total,gfx_clock_mhz,firmware_memory_size_mib,gpu_util_percent,uuid")["gpus"][0];
-    const json expected = json::parse(R"({"model": "VEK M310", "bus_id": "0000:03:00.0", "temperature": 57,
-        "fan_speed": 2400, "power_total": 32, "gfx_clock_mhz": 1000, "firmware_memory_size_mib": 8192,
-        "gpu_util_percent": null, "uuid": null, "card": null, "state": "ok",
-        "missing": {"gpu_util_percent": "driverless", "uuid": "driverless"}, "index": 0})");
-    EXPECT_EQ(gpu, expected);
-    EXPECT_EQ(veksmi("--out-of-band dvfs set 1").status, 1);
-    host.set_euid(1000);
-    EXPECT_EQ(document("temp --out-of-band --format json", 4)["gpus"][0]["temperature"], nullptr);
-}
-
 TEST_F(client_test, video_engines)
 {
     host.add_gpu();
@@ -344,40 +210,6 @@ TEST_F(client_test, video_engines)
     EXPECT_EQ(gpu["codecs"][0]["encoder"], nullptr);
     EXPECT_EQ(gpu["codecs"][1]["encoder"]["rate_controls"][0], "cbr");
     EXPECT_NE(veksmi("vpu").out.find("\n  h264 high "), std::string::npos);
-}
-
-TEST_F(client_test, monitor_repeats_its_header_and_ends_with_its_count)
-{
-    host.add_gpu();
-    host.add_gpu();
-    const std::vector<std::string> text = lines(veksmi("monitor -n 0.01 -c 11").out);
-    ASSERT_EQ(text.size(), 24U);
-    EXPECT_EQ(text[0], text[21]);
-    for (const std::string &line : lines(veksmi("monitor -n 0.01 -c 2 --format json").out))
-        EXPECT_EQ(json::parse(line, nullptr, false)["gpus"][0]["temperature"], 48) << line;
-}
-
-TEST_F(client_test, monitor_outlives_a_gpu_and_stops_when_asked)
-{
-    host.add_gpu();
-    auto running = std::async(std::launch::async, [&] { return veksmi("monitor -n 0.05 --format csv"); });
-    const auto rounds = [&] { return messages_of("vekml_device_get_util_info").size(); };
-    const auto await_rounds = [&](std::size_t count) {
-        for (int patience = 3000; rounds() < count && patience > 0; --patience)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    };
-    await_rounds(4);
-    const std::size_t pid = host.log().find("pid:"); // of the reader, which goes with its card
-    const pid_t client = pid == std::string::npos ? 0 : parent_of(std::stoi(host.log().substr(pid + 4)));
-    ASSERT_GT(client, 1) << running.get().err;
-    host.remove(host.card(0));
-    std::this_thread::sleep_for(std::chrono::milliseconds(500)); // a few rounds without it
-    kill(client, SIGINT);
-    const run_result result = running.get();
-    const std::vector<std::string> text = lines(result.out);
-    ASSERT_TRUE(result.status == 0 && text.size() >= 3) << result.err;
-    EXPECT_NE(text[1].find(",ok,0,48,2400,21,1000,"), std::string::npos) << text[1];
-    EXPECT_NE(text.back().find(",lost,0,,,,,"), std::string::npos) << text.back();
 }
 
 TEST_F(client_test, the_manual_has_every_field)

@@ -37,6 +37,8 @@ inline pid_t parent_of(pid_t process)
     return 0;
 }
 
+// Each call starts the client and its readers, a tenth of a second of work under sanitizers: the cases that try every
+// command, or refuse dozens of values, take some seconds.
 class client_host : public sim_host {
 protected:
     run_result veksmi(const std::string &arguments)

@@ -1,0 +1,369 @@
+// SPDX-License-Identifier: Apache-2.0
+// How the client ends, what it takes, and what it makes of GPUs that do not answer.
+#include "client_host.h"
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <fcntl.h>
+#include <functional>
+#include <future>
+#include <pty.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+
+class client_outcome_test : public client_host {
+protected:
+    void hang(int position, const std::string &node) { host.write("/host/stuck" + host.hwmon(position, node), ""); }
+    void suspend(int position) { host.write(host.card(position, "device/power/runtime_status"), "suspended\n"); }
+
+    std::future<run_result> started(const std::string &arguments)
+    {
+        host.remove("/tmp/smi.log");
+        return std::async(std::launch::async, [=, this] { return veksmi(arguments); });
+    }
+    // A reader of the client that runs, once it does.
+    pid_t reader()
+    {
+        for (int patience = 3000; patience > 0; --patience, std::this_thread::sleep_for(milliseconds(10))) {
+            const std::string log = host.log();
+            if (const std::size_t pid = log.find("pid:"); pid != std::string::npos)
+                return std::stoi(log.substr(pid + 4));
+        }
+        ADD_FAILURE() << "no reader started";
+        return 0;
+    }
+    void await_rounds(std::size_t count)
+    {
+        for (int patience = 3000; messages_of("vekml_device_get_util_info").size() < count && patience > 0; --patience)
+            std::this_thread::sleep_for(milliseconds(10));
+    }
+
+    // What comes out on a terminal of COLUMNS.
+    std::string on_terminal(unsigned short columns, const std::string &command, environment settings = {})
+    {
+        int master = -1, slave = -1;
+        char name[64];
+        const winsize size{24, columns, 0, 0};
+        EXPECT_EQ(openpty(&master, &slave, name, nullptr, &size), 0);
+        settings.emplace("TERM", "xterm");
+        run_on_host({"/bin/sh", "-c", VEKSMI_PATH + (" " + command) + " > " + name}, settings);
+        fcntl(master, F_SETFL, O_NONBLOCK);
+        std::string text, piece(4096, '\0');
+        for (ssize_t length = 0; (length = read(master, piece.data(), piece.size())) > 0;)
+            text.append(piece, 0, static_cast<std::size_t>(length));
+        close(slave);
+        close(master);
+        return text;
+    }
+};
+
+// A host for one row of a table.
+struct trial : client_outcome_test {
+    using client_outcome_test::hang;
+    using client_outcome_test::host;
+    using client_outcome_test::veksmi;
+    void TestBody() override {}
+};
+
+TEST_F(client_outcome_test, exit_statuses)
+{
+    using fault = std::function<void(trial &)>;
+    const auto nothing = [](trial &) {};
+    const auto no_card = [](trial &t) { t.host.remove("/sys/class/drm"); };
+    struct row {
+        const char *arguments;
+        int status;
+        const char *told; // on standard error
+        fault make;
+    };
+    const row rows[] = {
+        {"list", 0, "", nothing},
+        {"list", 0, "", no_card},
+        {"nonsense", 1, "unknown command \"nonsense\"", nothing},
+        {"temp set ctrl 1", 4, "GPU 0: the temperature control mode was not set",
+         [](trial &t) { t.host.set_euid(1000); }},
+        {"query", 5, "GPU 0 (0000:03:00.0) stuck since ", [](trial &t) { t.hang(0, "fan1_input"); }},
+        {"monitor -c 1", 5, "fan1_input", [](trial &t) { t.hang(0, "fan1_input"); }},
+        {"temp", 5, "GPU 0 (0000:03:00.0) lost since ",
+         [](trial &t) { t.host.write(t.host.card(0, "device/config"), std::string(256, '\xff')); }},
+        {"thermal", 6, "the driver has no such node",
+         [](trial &t) { t.host.remove(t.host.hwmon(0, "vek_slowdown_temp")); }},
+        {"vpu", 12, "video libraries not found", nothing},
+        {"query", 21, "no GPU found: PCI shows 1 controller of the maker, but the module vekgpu is not loaded",
+         no_card},
+        {"health", 3, "no GPU found", no_card},
+        {"ps", 255, "GPU 0: not everything could be read: reading or writing failed",
+         [](trial &t) {
+             t.host.remove(t.host.card(0, "device/gpu_mem_util_info"));
+             t.host.fail_request(0, veksim::process_request, EBUSY);
+         }},
+        {"vpu", 255, "GPU 0: not everything could be read: unknown failure", // 999 of the library
+         [](trial &t) {
+             t.host.add_video_libraries();
+             t.host.remove("/sys/dev/char/226:0");
+         }},
+    };
+    for (const row &r : rows) {
+        trial one;
+        one.host.add_gpu();
+        r.make(one);
+        const run_result result = one.veksmi(std::string("--deadline 2 ") + r.arguments);
+        EXPECT_EQ(result.status, r.status) << r.arguments << result.out << result.err;
+        EXPECT_EQ(result.err.empty(), *r.told == '\0') << r.arguments << result.err;
+        EXPECT_NE(result.err.find(r.told), std::string::npos) << r.arguments << result.err;
+    }
+    host.add_gpu();
+    hang(0, "fan1_input");
+    auto crashing = started("--deadline 100 query");
+    kill(reader(), SIGKILL);
+    const run_result crashed = crashing.get();
+    EXPECT_EQ(crashed.status, 5);
+    EXPECT_NE(crashed.out.find("crashed"), std::string::npos) << crashed.out;
+    EXPECT_NE(crashed.err.find("signal 9"), std::string::npos) << crashed.err;
+}
+
+// A GPU for each finding, at its threshold and short of it.
+TEST_F(client_outcome_test, verdicts_of_health)
+{
+    struct row {
+        int status;
+        const char *said;
+        std::function<void(veksim::gpu_config &, veksim::gpu_state &)> ail;
+    };
+    using config = veksim::gpu_config;
+    using state = veksim::gpu_state;
+    const row rows[] = {
+        {0, "ok", [](config &, state &s) { s.temperature = 89; }},
+        {1, "warning: 90 °C: close to its limit of 95 °C", [](config &, state &s) { s.temperature = 90; }},
+        {2, "critical: 95 °C: at its limit of 95 °C", [](config &, state &s) { s.temperature = 95; }},
+        {0, "ok", [](config &, state &s) { s.temperature = 59, s.fan_rpm = 0; }},
+        {2, "critical: the fan stands still at 60 °C", [](config &, state &s) { s.temperature = 60, s.fan_rpm = 99; }},
+        {0, "ok", [](config &, state &s) { s.temperature = 60, s.fan_rpm = 100; }},
+        {1, "warning: crc write errors: 0 0 1 0; crc read errors: 2 0 0 0",
+         [](config &, state &s) { s.memory_errors[2][0] = 1, s.memory_errors[0][1] = 2; }},
+        {0, "ok", [](config &, state &s) { s.memory_errors[1][2] = 1, s.aer_totals[0] = 1000; }},
+        {1, "warning: 1001 corrected PCIe errors", [](config &, state &s) { s.aer_totals[0] = 1001; }},
+        {2, "critical: 1 fatal PCIe errors; 3 non-fatal PCIe errors",
+         [](config &, state &s) {
+             s.aer_totals = {0, 1, 3};
+         }},
+        {1, "warning: the PCIe link has 4 of 8 lanes", [](config &c, state &) { c.current_link_width = 4; }},
+        {0, "ok", [](config &c, state &) { c.current_link_speed = "8.0 GT/s PCIe"; }}, // it idles
+        {1, "warning: the PCIe link runs at 8 of 16 GT/s",
+         [](config &c, state &s) { c.current_link_speed = "8.0 GT/s PCIe", s.gpu.active = 500000; }},
+    };
+    std::string all;
+    int number = 0;
+    for (const row &r : rows) {
+        config c;
+        state s;
+        r.ail(c, s);
+        host.add_gpu(c, s);
+        all += "GPU " + std::to_string(number++) + " " + r.said + "\n";
+    }
+    const run_result whole = veksmi("health");
+    EXPECT_EQ(whole.out, all);
+    EXPECT_EQ(whole.status, 2);
+    for (const int gpu : {0, 1, 2, 9})
+        EXPECT_EQ(veksmi("health -i " + std::to_string(gpu)).status, rows[gpu].status) << gpu;
+    for (const char *node : {"vek_enable_thm_slowdown", "vek_enable_thm_shutdown"})
+        host.write(host.hwmon(0, node), "0\n");
+    EXPECT_EQ(veksmi("health -i 0").out,
+              "GPU 0 warning: slowdown protection is switched off; shutdown protection is switched off\n");
+    host.remove(host.hwmon(3, "temp1_input"));
+    EXPECT_EQ(veksmi("health -i 3").status, 3);
+    suspend(3);
+    EXPECT_EQ(veksmi("health -i 3").out, "GPU 3 ok: asleep, and left so\n");
+    EXPECT_EQ(document("health -i 3-4 --format json", 2)["verdict"], "critical");
+}
+
+TEST_F(client_outcome_test, options_have_bounds)
+{
+    host.add_gpu();
+    host.add_gpu();
+    for (const char *wrong : {"--deadline 0.009",
+                              "--deadline 3601",
+                              "--deadline nan",
+                              "--deadline 1s",
+                              "--deadline -1",
+                              "monitor -c 1 -n 0.009",
+                              "monitor -c 1 -n 86401",
+                              "monitor -c 1 -n inf",
+                              "monitor -c 1.5",
+                              "monitor -c -1",
+                              "monitor -c 99999999999999999999",
+                              "top --once -n 0.09",
+                              "top --once -n 3601",
+                              "-i 0, list",
+                              "-i ,0 list",
+                              "-i 1-0 list",
+                              "-i 2-3 list",
+                              "-i 0,7 list",
+                              "-i 03:00.1 list",
+                              "-i 1-- list",
+                              "ps --sort name"})
+        EXPECT_EQ(veksmi(wrong).status, 1) << wrong;
+    for (const char *right : {"--deadline 3600 list", "monitor -c 1 -n 0.01", "monitor -c 1 -n 86400",
+                              "top --once -n 0.1", "top --once -n 3600", "ps --sort user", "ps --sort pid"})
+        EXPECT_EQ(veksmi(right).status, 0) << right;
+    EXPECT_EQ(veksmi("--deadline 0.01 version").status % 5, 0) << "a GPU may be late, but no more";
+    for (const auto &[chosen, indexes] : std::vector<std::array<std::string, 2>>{{"0", "0"},
+                                                                                 {"1", "1"},
+                                                                                 {"0,1", "01"},
+                                                                                 {"1,0,1", "01"},
+                                                                                 {"0-1", "01"},
+                                                                                 {"0-9", "01"},
+                                                                                 {"04:00.0", "1"},
+                                                                                 {"0000:03:00.0", "0"},
+                                                                                 {"5E0A1C01", "1"}}) {
+        std::string found;
+        const json gpus = document("list --format json -i " + chosen)["gpus"];
+        for (const json &gpu : gpus)
+            found += gpu["index"].dump();
+        EXPECT_EQ(found, indexes) << chosen;
+    }
+}
+
+TEST_F(client_outcome_test, a_sick_gpu_spares_the_others)
+{
+    host.add_gpu(veksim::distinct_gpu(0), veksim::distinct_state(0));
+    host.add_gpu(veksim::distinct_gpu(1), veksim::distinct_state(1));
+    hang(0, "temp1_input");
+    for (const auto &[command, others, state] :
+         std::vector<std::array<std::string, 3>>{{"query --format csv", ",114,", ""},
+                                                 {"temp", " 114 °C", "stuck"},
+                                                 {"", "temp 114 °C", "stuck since"},
+                                                 {"monitor -c 1", "   1 114 ", "   0 stuck"},
+                                                 {"monitor -c 1 --format csv", ",ok,1,114,", ",stuck,0,"},
+                                                 {"health", "\nGPU 1 critical: crc", "GPU 0 critical: stuck since"}}) {
+        const auto begun = steady_clock::now();
+        const run_result result = veksmi("--deadline 2 " + command);
+        EXPECT_LT(steady_clock::now() - begun, seconds(15)) << command;
+        EXPECT_EQ(result.status, command == "health" ? 2 : 5) << command << result.err;
+        EXPECT_NE(result.out.find(others), std::string::npos) << result.out;
+        EXPECT_NE(result.out.find(state), std::string::npos) << result.out;
+    }
+    const std::string why = veksmi("--deadline 2 why temperature").out;
+    EXPECT_NE(why.find("hwmon1/temp1_input"), std::string::npos) << why;
+    EXPECT_EQ(veksmi("--deadline 30 list").status, 0) << "which reads nothing that hangs";
+
+    suspend(1);
+    const json asleep = document("query -i 1 --format json --fields temperature")["gpus"][0];
+    EXPECT_EQ(asleep["state"], "asleep");
+    EXPECT_EQ(asleep["temperature"], nullptr);
+    EXPECT_EQ(asleep["missing"]["temperature"], "asleep");
+    EXPECT_EQ(veksmi("temp set ctrl 0 -i 1").status, 1);
+    EXPECT_EQ(host.read(host.hwmon(1, "temp1_ctrl_mode")), "1\n");
+    EXPECT_EQ(document("query -i 1 --wake --format json --fields temperature")["gpus"][0]["temperature"], 114);
+}
+
+TEST_F(client_outcome_test, monitor_in_every_format)
+{
+    host.add_gpu();
+    host.add_gpu();
+    const auto is_time = [](const std::string &text) {
+        int at = -1;
+        std::sscanf(text.c_str(), "%*4d-%*2d-%*2dT%*2d:%*2d:%*2d.%*3d%*1[+-]%*2d:%*2d%n", &at);
+        return at == 29;
+    };
+    const auto check = [&](const std::string &shape, const run_result &result, int status, const char *end) {
+        EXPECT_EQ(result.status, status) << shape << result.err;
+        const std::vector<std::string> text = lines(result.out);
+        ASSERT_TRUE(text.size() > 1 && text.back().find(end) != std::string::npos) << shape << result.out;
+        for (const std::string &line : text) {
+            const std::string start = shape == "json" ? json::parse(line)["time"].get<std::string>() : line;
+            EXPECT_EQ(is_time(start), start.rfind("time", 0) != 0) << line;
+        }
+    };
+    for (const std::string shape : {"table", "csv", "json"}) {
+        const std::string command = "monitor -n 0.02 --until-lost --fields temperature --format " + shape;
+        const run_result whole = veksmi(command + " -c 2");
+        check(shape, whole, 0, "48");
+        EXPECT_EQ(lines(whole.out).size(), shape == "json" ? 2U : 5U) << whole.out;
+        auto running = started(command + " -c 1000");
+        reader();
+        std::this_thread::sleep_for(milliseconds(200));
+        host.lose_card(1);
+        check(shape, running.get(), 5, "lost");
+        host.return_card(1);
+    }
+    const std::vector<std::string> text = lines(veksmi("monitor -n 0.01 -c 11").out);
+    ASSERT_EQ(text.size(), 24U);
+    EXPECT_EQ(text[0], text[21]) << "the header comes again, between rounds";
+}
+
+TEST_F(client_outcome_test, monitor_outlives_a_gpu_and_stops_when_asked)
+{
+    host.add_gpu();
+    auto running = started("monitor -n 0.05 --format csv");
+    await_rounds(4);
+    const pid_t client = parent_of(reader());
+    ASSERT_GT(client, 1);
+    host.remove(host.card(0));
+    std::this_thread::sleep_for(milliseconds(500)); // a few rounds without it
+    kill(client, SIGINT);
+    const run_result result = running.get();
+    const std::vector<std::string> text = lines(result.out);
+    ASSERT_TRUE(result.status == 0 && text.size() >= 3) << result.err;
+    EXPECT_NE(text[1].find(",ok,0,48,2400,21,1000,"), std::string::npos) << text[1];
+    EXPECT_NE(text.back().find(",lost,0,,,,,"), std::string::npos) << text.back();
+
+    host.add_gpu();
+    hang(1, "temp1_input");
+    auto hanging = started("--deadline 100 monitor");
+    const pid_t waiting = parent_of(reader());
+    await_rounds(1);
+    const auto asked = steady_clock::now();
+    kill(waiting, SIGINT);
+    EXPECT_EQ(hanging.get().status, 0);
+    EXPECT_LT(steady_clock::now() - asked, seconds(20)) << "it waited for the node";
+}
+
+TEST_F(client_outcome_test, streams_and_terminals)
+{
+    if (*EMULATOR != '\0')
+        GTEST_SKIP() << "a shell of this machine cannot start a program of the other";
+    for (const int position : {0, 1})
+        host.add_gpu(veksim::sample_gpu(position));
+    host.set_processes(0, {{4100000, "a-name-that-is-rather-long-for-a-column", 1000, 2000}});
+    host.write("/proc/4100000/cmdline", std::string(300, 'x'));
+    const std::string client = VEKSMI_PATH;
+    for (const std::string command : {" nonsense", " -i 0 vpu", " query --format json --fields uuid", " -i 7 list"}) {
+        const run_result whole = run_on_host({"/bin/sh", "-c", client + command});
+        for (const char *lost : {" 2>&-", " 2>/dev/full", " 2>&- <&-"}) {
+            const run_result result = run_on_host({"/bin/sh", "-c", client + command + lost});
+            EXPECT_EQ(result.status, whole.status) << command << lost;
+            EXPECT_EQ(result.out, whole.out) << command << lost;
+        }
+    }
+    const auto columns_of = [](const std::string &line) {
+        return std::count_if(line.begin(), line.end(), [](char c) { return (c & 0xc0) != 0x80 && c != '\r'; });
+    };
+    for (const std::string command : {"", "list", "info", "ps", "query --help-fields", "monitor -c 1", "topology"}) {
+        std::size_t widest[3] = {};
+        for (const int at : {0, 1, 2}) {
+            constexpr unsigned short columns[] = {60, 80, 200};
+            for (const std::string &line : lines(on_terminal(columns[at], command, {{"NO_COLOR", "1"}}))) {
+                EXPECT_LE(columns_of(line), columns[at]) << command << "\n" << line;
+                widest[at] = std::max(widest[at], static_cast<std::size_t>(columns_of(line)));
+            }
+        }
+        EXPECT_TRUE(command != "ps" || (widest[0] == 60 && widest[1] == 80 && widest[2] == 200)) << widest[2];
+        EXPECT_TRUE(command != "monitor -c 1" || (widest[0] < widest[1] && widest[1] < widest[2])) << widest[2];
+        for (const std::string &line : lines(veksmi(command).out))
+            EXPECT_LE(columns_of(line), 80) << command << "\n" << line; // no terminal
+    }
+    EXPECT_NE(on_terminal(80, "", {{"NO_COLOR", ""}}).find("\033["), std::string::npos) << "empty is not set";
+    EXPECT_EQ(on_terminal(80, "", {{"NO_COLOR", "1"}}).find("\033["), std::string::npos);
+    EXPECT_EQ(veksmi("").out.find("\033["), std::string::npos);
+}
+
+} // namespace
