@@ -207,7 +207,7 @@ void host_tree::publish_links(const gpu &board)
     link(directory + "/device", "../../../" + board.config.pci_address);
     link_to(card(board.position), directory);
     for (const char *connector : {"-HDMI-A-1", "-DP-1"})
-        link_to(card(board.position) + connector, directory + "/" + name + connector);
+        link_to(card(board.position) + connector, format("%s/%s%s", directory.c_str(), name.c_str(), connector));
     link_to("/sys/dev/char/226:" + std::to_string(board.config.card), directory);
     make_directory("/sys/bus/pci/drivers/vekgpu");
     link_to(device + "/driver", "/sys/bus/pci/drivers/vekgpu");
