@@ -22,8 +22,7 @@ import time
 from pathlib import Path
 from typing import List, NamedTuple
 
-GROWTH_KIB = 512  # of all processes of a program: what the allocator may keep after a rare large piece of work
-SETTLED = 0.05  # the share of the rounds after which every buffer has its size
+GROWTH_KIB = 256  # of all processes of a program: what the allocator may keep after a rare large piece of work
 
 
 def children(pid: int) -> List[int]:
@@ -96,12 +95,13 @@ class Watched:
         self.process.wait(60)
 
 
-def live(binaries: Path, name: str, rounds: int, lapse: int, command: List[str]) -> bool:
+def live(binaries: Path, name: str, rounds: int, lapse: int, settled: float, command: List[str]) -> bool:
+    """Every buffer has its size after the share SETTLED of the rounds."""
     begun = time.monotonic()
     with tempfile.TemporaryDirectory(prefix="vekgpu-day-") as directory:
         watched = Watched(binaries, Path(directory), lapse, command)
         try:
-            before = watched.until(max(int(SETTLED * rounds), 20))
+            before = watched.until(max(int(settled * rounds), 20))
             after = watched.until(rounds)
         finally:
             watched.stop()
@@ -128,8 +128,9 @@ def main() -> None:
         "library": lambda: command("library", f"{binaries}/vekml_soak", "--refreshes", str(int(1_000_000 * some))),
         "exporter": lambda: command("exporter", "/usr/bin/python3", f"{Path(__file__).parent}/exporter.py", f"{binaries}",
                                     "--only", "endurance", "--scrapes", str(rounds)),
-        "monitor": lambda: live(binaries, "monitor", rounds, 10, ["monitor", "-n", "0.01", "--deadline", "60"]),
-        "top": lambda: live(binaries, "top", rounds, 20, ["top", "-n", "0.1"]),
+        "monitor": lambda: live(binaries, "monitor", rounds, 10, 0.05, ["monitor", "-n", "0.01", "--deadline", "60"]),
+        # top keeps an hour, which by its clock is over in a third of the rounds.
+        "top": lambda: live(binaries, "top", rounds, 20, 0.4, ["top", "-n", "0.1"]),
     }  # fmt: skip
     grown = [part for part in wanted.parts if not ways[part]()]
     if grown:
