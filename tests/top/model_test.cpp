@@ -30,6 +30,13 @@ readings::answer gpu(unsigned index, gpu_state state = gpu_state::ok)
     return one;
 }
 
+// What it takes for a chart's scale, or for it to have one, stays when it falls ill.
+std::vector<double> kept_for_charts(const gpu_now &g)
+{
+    return {
+        double(g.has_encoder), double(g.has_decoder), g.memory_total, g.slowdown, g.shutdown, g.fan_max, g.clock_max};
+}
+
 // Rows of GPU, process, memory and command.
 struct row {
     unsigned gpu, pid, memory;
@@ -145,7 +152,14 @@ TEST(top_model_test, a_sick_gpu_keeps_its_place_and_a_new_one_moves_none)
 {
     std::setlocale(LC_CTYPE, "C.UTF-8");
     model m;
-    m.take({gpu(0), gpu(1), gpu(2)}, seconds(0), {});
+    readings::answer healthy = gpu(1);
+    for (const readings::field *each :
+         {&field_of("video_encoder_rate"), &field_of("video_decoder_rate"), &field_of("memory_total"),
+          &field_of("thermal_slowdown"), &field_of("thermal_shutdown"), &field_of("fan_speed_max"),
+          &field_of("gfx_clock_max_mhz")})
+        healthy.values[readings::index_of(*each)] = std::uint64_t{7};
+    m.take({gpu(0), healthy, gpu(2)}, seconds(0), {});
+    EXPECT_EQ(kept_for_charts(*m.gpu(1)), (std::vector<double>{1, 1, 7, 7, 7, 7, 7}));
     const auto rows = [&] {
         std::vector<std::string> first;
         for (const region &r : draw(m, 80, 24, glyphs::ascii).where.regions)
@@ -155,6 +169,8 @@ TEST(top_model_test, a_sick_gpu_keeps_its_place_and_a_new_one_moves_none)
     };
     const auto before = rows();
     m.take({gpu(0), gpu(1, gpu_state::lost), gpu(2), gpu(3)}, seconds(1), {});
+    EXPECT_EQ(kept_for_charts(*m.gpu(1)), (std::vector<double>{1, 1, 7, 7, 7, 7, 7}));
+    EXPECT_EQ(kept_for_charts(*m.gpu(0)), std::vector<double>(7));
     auto after = rows();
     ASSERT_EQ(after.size(), 4U);
     after.pop_back();
