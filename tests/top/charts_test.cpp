@@ -92,6 +92,7 @@ TEST(history_test, an_hour_of_15_gpus_fits_in_8_mebibytes_at_any_interval)
                 past.add(gpu, all_of(static_cast<float>(now / minutes(1))));
         }
         EXPECT_LT(past.bytes(), 8U << 20) << interval.count();
+        EXPECT_GT(past.bytes(), 15 * 700 * sizeof(samples)) << interval.count(); // an hour of the longest
         const auto minutes_ago = past.columns(14, series::fan, {minutes(90), minutes(1), 60});
         EXPECT_NEAR(minutes_ago.front(), 30, 1) << interval.count();
         EXPECT_NEAR(minutes_ago.back(), 89, 1) << interval.count();
