@@ -75,7 +75,8 @@ bool seat::send(std::uint64_t as)
     asked = as;
     if (process->send(at_work, as))
         return true;
-    bury("the reader takes no requests");
+    const bool has_ended = errno == EPIPE || errno == ECONNRESET;
+    bury(has_ended ? "" : "the reader takes no requests");
     return false;
 }
 
