@@ -105,7 +105,7 @@ int scan(DIR *directory, struct dirent ***names, scan_filter *filter, scan_order
     while (const struct dirent *entry = readdir(directory)) {
         if (filter != nullptr && filter(entry) == 0)
             continue;
-        void *longer = realloc(found, (count + 1) * sizeof *found);
+        void *longer = realloc(found, (count + 1) * sizeof *found); // NOLINT: a list of pointers
         void *copy = malloc(entry->d_reclen);
         found = longer != nullptr ? static_cast<struct dirent **>(longer) : found;
         if (longer == nullptr || copy == nullptr) {
@@ -115,7 +115,8 @@ int scan(DIR *directory, struct dirent ***names, scan_filter *filter, scan_order
         found[count++] = static_cast<struct dirent *>(memcpy(copy, entry, entry->d_reclen));
     }
     if (order != nullptr && count > 1)
-        qsort(found, count, sizeof *found, reinterpret_cast<int (*)(const void *, const void *)>(order));
+        qsort(found, count, sizeof *found, // NOLINT: likewise
+              reinterpret_cast<int (*)(const void *, const void *)>(order));
     *names = found;
     return static_cast<int>(count);
 }

@@ -260,7 +260,7 @@ value memory_of(gpu &g, std::uint64_t vekml_mem_info_t::*member)
 
 value memory_used_percent(gpu &g)
 {
-    const value used = memory_of(g, &vekml_mem_info_t::fb_used);
+    value used = memory_of(g, &vekml_mem_info_t::fb_used);
     if (!is_present(used))
         return used;
     const vekml_mem_info_t &memory = g.memory().record;
@@ -317,7 +317,7 @@ value video_of(gpu &g, std::size_t which)
 value pcie_event(gpu &g, bool flags)
 {
     vekml_pcie_event_t event{};
-    const value word = driver_sensor(g, true, "vek_pcie_event", quantity::fixed, [&] {
+    value word = driver_sensor(g, true, "vek_pcie_event", quantity::fixed, [&] {
         g.note(vekml_device_get_pcie_event(g.handle(), &event));
         return event.event;
     });
@@ -344,7 +344,7 @@ value chip_type(gpu &g)
 {
     if (g.driverless())
         return driver_only();
-    const value known = fact_text(g, &vekml_device_query_t::asic_type);
+    value known = fact_text(g, &vekml_device_query_t::asic_type);
     std::uint32_t type = VEKML_ASIC_TYPES;
     if (is_present(known) || vekml_device_get_asic_type(g.handle(), &type) != VEKML_SUCCESS || type >= VEKML_ASIC_TYPES)
         return known;

@@ -54,7 +54,9 @@ void print_flowing(const std::vector<std::pair<std::string, std::size_t>> &parts
             end_line();
             column = 0;
         }
-        line = (column == 0 ? "  " : line) + text;
+        if (column == 0)
+            line = "  ";
+        line += text;
         column = (column == 0 ? 2 : column) + width;
     }
     end_line();
