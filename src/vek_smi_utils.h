@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <span>
 
 namespace vekml {
 
@@ -81,6 +82,20 @@ struct node_text {
 
 /** Copy a text into a buffer of `size` bytes, cut where it does not fit, always terminated. */
 void copy_text(char *dst, std::size_t size, const char *text);
+
+/** Copy a name into a field that keeps nothing of what it held behind the name. */
+template <std::size_t Size>
+void store_name(char (&field)[Size], const char *name)
+{
+    std::memset(field, 0, Size);
+    copy_text(field, Size, name);
+}
+
+/** The name at an index that the driver delivered; empty when there is none. */
+inline const char *name_at(std::span<const char *const> names, std::uint32_t index)
+{
+    return index < names.size() ? names[index] : "";
+}
 
 // ---- Text helpers ----
 
