@@ -190,19 +190,19 @@ vekml_return_t log_queried_power(const trace_site &site, vekml_device_t, vekml_d
 
 using record = vekml_device_query_t;
 constexpr unsigned all = refresh | fallback | whole;
+constexpr unsigned dispensable = 8; /**< the refresh complains of the failure and goes on */
 
 /** One step. Only the refresh minds a failure; the others go on whatever comes of it. */
 struct live_step {
-    unsigned fillers;
+    unsigned fillers; /**< with ::dispensable */
     vekml_return_t (*take)(const trace_site &site, vekml_device_t device, vekml_device_query_t *query);
     const char *complaint = nullptr; /**< of the refresh, on standard output */
-    bool essential = true;           /**< a complaint ends the refresh */
 };
 
 constexpr live_step live_steps[] = {
     {all, take_field<vekml_device_get_display_status, &record::display_status>,
      "call vekml_device_get_display_status to get display info failed."},
-    {refresh | whole, take_clocks_of_interest, "call vekml_device_get_clock to get clock info failed.", false},
+    {refresh | whole | dispensable, take_clocks_of_interest, "call vekml_device_get_clock to get clock info failed."},
     {fallback, take_all_clocks},
     {all, take_temperatures, "call vekml_device_get_temper_info to get temp info failed."},
     {all, take_power, "call vekml_device_get_power_info to get power info failed."},
@@ -244,7 +244,7 @@ bool take_live_fields(filler who, const trace_site &site, vekml_device_t device,
         if (who != refresh || result == VEKML_SUCCESS || each.complaint == nullptr)
             continue;
         puts(each.complaint);
-        if (each.essential)
+        if ((each.fillers & dispensable) == 0)
             return false;
     }
     return true;
