@@ -254,7 +254,25 @@ def test_wrong_usage_is_one_line_and_serves_nothing(host: Host, arguments: "list
     assert reason in result.stderr and result.stderr.count("\n") == 1
 
 
+@pytest.mark.parametrize("lost", ["2>/dev/full", "2>&-"])
+def test_lost_log_ends_nothing(host: Host, tmp_path: Path, lost: str) -> None:
+    path = tmp_path / "socket"
+    start = f'"$@" --listen unix:{path} {lost}'
+    process = subprocess.Popen(["sh", "-c", f"exec {start}", "-", *host.command()], env=host.environment())
+    until(path.exists)
+    with socket.socket(socket.AF_UNIX) as client:
+        client.connect(str(path))
+        client.sendall(b"GET /healthz HTTP/1.0\r\n\r\n")
+        assert client.recv(100).startswith(b"HTTP/1.1 200")
+    process.terminate()
+    assert process.wait(timeout=20 * SLOWNESS) == 0
+
+
 def test_help_and_version_are_told(host: Host) -> None:
+    for asked in ("--help", "--once"):
+        full = subprocess.run(["sh", "-c", '"$@" >/dev/full', "-", *host.command(asked)], env=host.environment(),
+                              text=True, capture_output=True)
+        assert full.returncode == 1 and "cannot write: No space left on device" in full.stderr
     assert host.run("--version").stdout.startswith("vekgpu-exporter 1.")
     manual = (Path(__file__).parents[2] / "packaging/vekgpu-exporter.1").read_text()
     for option in set(re.findall(r"--([a-z-]+)", host.run("--help").stdout)):

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collection.h"
 
+#include "log.h"
+
 #include <algorithm>
 #include <fmt/format.h>
 
@@ -85,8 +87,7 @@ void collection::remember(const answer &said, gpu_history &history)
 {
     if (said.state != history.state) {
         const std::string why = said.state == gpu_state::ok ? "" : ": " + said.detail;
-        fmt::print(stderr, "vekgpu-exporter: GPU {}: {}{}\n", history.bus_id, name_of(said.state),
-                   readings::printable(why));
+        log_line(fmt::format("GPU {}: {}{}", history.bus_id, name_of(said.state), readings::printable(why)));
     }
     history.state = said.state;
     if (said.state == gpu_state::ok)

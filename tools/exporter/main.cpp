@@ -2,26 +2,35 @@
 // vekgpu-exporter: serves what the GPUs of this host report to Prometheus.
 #include "collection.h"
 #include "listener.h"
+#include "log.h"
 #include "metrics.h"
 #include "options.h"
 #include "server.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <fmt/format.h>
 
 namespace exporter {
 namespace {
 
+// A reader that went away early took what it wanted.
+int print(std::string_view text)
+{
+    errno = 0;
+    const bool is_out = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+    if (is_out || errno == EPIPE)
+        return exit_done;
+    log_line(fmt::format("cannot write: {}", std::strerror(errno)));
+    return exit_refused;
+}
+
 int print_once(const options &wanted)
 {
     collection gpus(wanted);
-    const std::string page = metrics_page(*gpus.once(), wanted.processes, dialect::text);
-    std::fwrite(page.data(), 1, page.size(), stdout);
-    if (std::fflush(stdout) == 0)
-        return exit_done;
-    std::perror("vekgpu-exporter: cannot write");
-    return exit_refused;
+    return print(metrics_page(*gpus.once(), wanted.processes, dialect::text));
 }
 
 int serve(const options &wanted)
@@ -38,7 +47,7 @@ int serve(const options &wanted)
     collection gpus(wanted);
     server running(wanted, std::move(access), where, gpus);
     for (const listeners::listener &l : where.all())
-        fmt::print(stderr, "vekgpu-exporter: listening on {}\n", l.address);
+        log_line(fmt::format("listening on {}", l.address));
     running.run();
     return exit_done;
 }
@@ -46,8 +55,8 @@ int serve(const options &wanted)
 int run(int argc, char **argv)
 {
     options wanted;
-    if (const auto status = parse(argc, argv, wanted))
-        return *status;
+    if (const auto text = parse(argc, argv, wanted))
+        return print(*text);
     const std::string fault = readings::present_units().read(wanted.units);
     if (!fault.empty())
         throw refusal(fault);
@@ -59,11 +68,12 @@ int run(int argc, char **argv)
 
 int main(int argc, char **argv)
 {
+    readings::keep_standard_descriptors();
     std::signal(SIGPIPE, SIG_IGN);
     try {
         return exporter::run(argc, argv);
     } catch (const std::exception &error) {
-        std::fprintf(stderr, "vekgpu-exporter: %s\n", error.what());
+        exporter::log_line(error.what());
         return exporter::exit_refused;
     }
 }

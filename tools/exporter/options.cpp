@@ -6,7 +6,6 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <fmt/format.h>
 #include <functional>
 
@@ -73,7 +72,7 @@ std::string wording(const CLI::ParseError &error, const CLI::App &app)
 
 } // namespace
 
-std::optional<int> parse(int argc, char **argv, options &wanted)
+std::optional<std::string> parse(int argc, char **argv, options &wanted)
 {
     CLI::App app("", "vekgpu-exporter");
     bool help = false, version = false;
@@ -108,9 +107,9 @@ std::optional<int> parse(int argc, char **argv, options &wanted)
     } catch (const CLI::ParseError &error) {
         throw refusal(wording(error, app));
     }
-    if (help || version)
-        std::fputs(help ? usage : "vekgpu-exporter " VEKGPU_ML_VERSION "\n", stdout);
-    return help || version ? std::optional(exit_done) : std::nullopt;
+    if (help)
+        return usage;
+    return version ? std::optional<std::string>("vekgpu-exporter " VEKGPU_ML_VERSION "\n") : std::nullopt;
 }
 
 } // namespace exporter

@@ -29,7 +29,7 @@ class refusal : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// The exit status where the command line asks for nothing else: help, version.
-std::optional<int> parse(int argc, char **argv, options &wanted);
+// The text to print where the command line asks for nothing else: help, version.
+std::optional<std::string> parse(int argc, char **argv, options &wanted);
 
 } // namespace exporter

@@ -3,12 +3,11 @@
 #include "command_line.h"
 #include "completion.h"
 #include "output.h"
+#include "readings/standard_streams.h"
 #include "session.h"
 
 #include <csignal>
 #include <cstring>
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace {
 
@@ -54,17 +53,6 @@ int refuse(const std::string &why, const options &wanted, int status)
         print_json({}, {});
     complain(why);
     return status;
-}
-
-// A program may be started with any of the three closed; what is opened later must not take their place.
-void keep_standard_descriptors()
-{
-    for (int file = open("/dev/null", O_RDWR); file >= 0; file = open("/dev/null", O_RDWR)) {
-        if (file > STDERR_FILENO) {
-            close(file);
-            return;
-        }
-    }
 }
 
 } // namespace

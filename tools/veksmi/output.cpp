@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "output.h"
 
+#include "readings/standard_streams.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <clocale>
@@ -72,12 +74,6 @@ std::vector<std::string> wrapped(std::string_view text, std::size_t width)
     return lines;
 }
 
-void write_error(std::string_view text)
-{
-    // Whoever closed standard error does not want it, and the exit status says enough.
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
-}
-
 } // namespace
 
 void open_output(format shape)
@@ -117,7 +113,7 @@ void put(std::string_view text)
 void remark(std::string_view text)
 {
     flush_output();
-    write_error(std::string(text) + "\n");
+    tell_error(text);
 }
 
 void complain(std::string_view text)
