@@ -75,7 +75,7 @@ void collection::take_in(const readings::answers &said)
 // Two cards may claim one address, and one may claim none: a page with the same series twice would be refused whole.
 std::string collection::label_for(const answer &said) const
 {
-    const std::string card = said.card ? fmt::format("card{}", *said.card) : fmt::format("gpu{}", said.index);
+    std::string card = said.card ? fmt::format("card{}", *said.card) : fmt::format("gpu{}", said.index);
     if (said.bus_id.empty())
         return card;
     const bool is_taken = std::any_of(histories_.begin(), histories_.end(),
