@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "exporter.h"
+#include "programs.h"
 
 #include "target.h"
 

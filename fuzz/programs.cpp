@@ -1,16 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // What reaches the programs from elsewhere: command lines, what the driver says, what their readers send, a host's
 // units.
-#include "client.h"
-#include "exporter.h"
+#include "programs.h"
 #include "target.h"
 
 #include "readings/message.h"
 #include "readings/read_field.h"
 #include "readings/units.h"
-
-#include "host_tree.h"
-#include "veksim.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -118,44 +114,17 @@ inputs texts_to_mask()
     return all;
 }
 
-// A GPU that says the same of everything.
-veksim::host_tree *host;
-
-void build_host()
-{
-    static veksim::host_tree tree;
-    host = &tree;
-    tree.set_euid(0);
-    veksim_use(tree.root().c_str());
-}
-
+// A GPU that says the same of everything, however it was found.
 void add_gpu()
 {
     host->add_gpu();
     vekml_init();
-}
-
-std::vector<std::string> nodes_of_gpu()
-{
-    std::vector<std::string> nodes;
-    for (const auto &file : fs::directory_iterator(host->path(host->hwmon())))
-        nodes.push_back(host->hwmon(0, file.path().filename()));
-    for (const char *node : {"device/current_link_speed", "device/current_link_width", "device/aer_dev_fatal",
-                             "device/numa_node", "device/gddr_crc", "device/gpu_util_info", "device/gpu_mem_util_info",
-                             "device/power_state", "vek_enable_dvfs", "vek_product_name"})
-        nodes.push_back(host->card(0, node));
-    return nodes;
+    link_to_first(single_values());
 }
 
 void read_fields(const std::string &text)
 {
-    static const std::vector<std::string> nodes = nodes_of_gpu();
-    static const fs::path all = host->path(nodes[0]);
-    if (!host->exists("/linked")) {
-        for (std::size_t i = 1; i < nodes.size(); ++i)
-            host->link(nodes[i], all.string());
-        host->write("/linked", "");
-    }
+    static const fs::path all = host->path(single_values()[0]);
     std::ofstream(all, std::ios::binary | std::ios::trunc) << text;
     vekml_device_t handle = nullptr;
     vekml_device_get_handle_by_index(0, &handle);
@@ -168,16 +137,10 @@ void read_fields(const std::string &text)
     }
 }
 
-std::function<inputs()> just(const inputs &seeds)
-{
-    return [=] { return seeds; };
-}
-
 } // namespace
 
 std::vector<target> all_targets()
 {
-    build_host();
     const inputs lines = {"list",
                           "-i\n0\ninfo",
                           "query\n--fields\ntemperature,power\n--format\njson",
@@ -188,33 +151,45 @@ std::vector<target> all_targets()
                           "--out-of-band\nps",
                           "--deadline\n2\nwhy\nfan_speed"};
     const std::string readings = "tools/readings/", exporter = "tools/exporter/";
-    return {{"arguments", "tools/veksmi/command_line.cpp", take_arguments, just(lines)},
-            {"completion", "tools/veksmi/completion.cpp", complete, just(lines)},
-            {"mask", "tools/veksmi/report_mask.cpp", mask, just(texts_to_mask())},
-            {"fields", readings + "read_field.cpp", read_fields,
-             just({"48\n", "16.0 GT/s PCIe\n", "1 2 3 4\n5 6 7 8\n", "RxErr 1\nTOTAL_ERR_FATAL 12\n", "unknown\n"}),
+    return {{"arguments", "tools/veksmi/command_line.cpp", take_arguments, lines},
+            {"completion", "tools/veksmi/completion.cpp", complete, lines},
+            {"mask", "tools/veksmi/report_mask.cpp", mask, texts_to_mask()},
+            {"fields",
+             readings + "read_field.cpp",
+             read_fields,
+             {"48\n", "16.0 GT/s PCIe\n", "1 2 3 4\n5 6 7 8\n", "RxErr 1\nTOTAL_ERR_FATAL 12\n", "unknown\n"},
              add_gpu},
-            {"message", readings + "message.cpp", take_message, just({sample_message(), sample_request()})},
-            {"units", readings + "units.cpp", take_units,
-             just({"# this host\ntemperature = millicelsius\nmemory=kibibyte # as ever\r\n",
-                   "power = milliwatt\nclock = hertz\n", "power\n", "fan = rpm\n"})},
-            {"request", exporter + "server.cpp", run_request,
-             just({"GET /metrics HTTP/1.1\r\nHost: a\r\nAccept: "
-                   "application/openmetrics-text;version=1.0.0;q=0.7,text/plain;q=0.5"
-                   "\r\nX-Prometheus-Scrape-Timeout-Seconds: 0.5\r\n\r\n",
-                   "HEAD /?x=%2e HTTP/1.0\r\n\r\n", "POST /healthz HTTP/1.1\r\nHost: a\r\nContent-Length: 3\r\n\r\nabc",
-                   "GET /none HTTP/1.1\r\nHost: a\r\n\r\nGET / HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n",
-                   "PUT / HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\nExpect: "
-                   "100-continue\r\n\r\n3\r\nabc\r\n0\r\n\r\n"})},
-            {"login", exporter + "gate.cpp", run_login,
-             just({"GET /metrics HTTP/1.1\r\nHost: a\r\nAuthorization: Basic YWRhOmZpcnN0\r\n\r\n",
-                   "GET / HTTP/1.1\r\nHost: a\r\nAuthorization: Bearer ada\r\nAuthorization: Basic !!!\r\n\r\n",
-                   "GET /healthz HTTP/1.0\r\nAuthorization: Digest username=\"ada\", realm=\"metrics\"\r\n\r\n"})},
-            {"web_config", exporter + "web_config.cpp", run_web_config,
-             just({"tls_server_config:\n  cert_file: none.crt\n  key_file: none.key\n  client_ca_file: a\n"
-                   "  client_auth_type: RequireAndVerifyClientCert\n  min_version: TLS13\n",
-                   "basic_auth_users:\n  ada: $2y$10$abcdefghijklmnopqrstuu5Lo0g67CiD3M4RpN1BmBb4Crp5w7dbK\n",
-                   "basic_auth_users: {ada: &x y, \"b\\e[1mb\": *x, ? [a] : !!str c}\n# end\n", "--- |\n a\n...\n"})},
-            {"printable", readings + "value.cpp", take_text,
-             just({"Prüfstück 5 °C\x9b\u202e\ufeff", "a\tb\x7f\xc2\x9b\xed\xa0\x80\xf4\x90\x80\x80"})}};
+            {"message", readings + "message.cpp", take_message, {sample_message(), sample_request()}},
+            {"units",
+             readings + "units.cpp",
+             take_units,
+             {"# this host\ntemperature = millicelsius\nmemory=kibibyte # as ever\r\n",
+              "power = milliwatt\nclock = hertz\n", "power\n", "fan = rpm\n"}},
+            {"request",
+             exporter + "server.cpp",
+             run_request,
+             {"GET /metrics HTTP/1.1\r\nHost: a\r\nAccept: "
+              "application/openmetrics-text;version=1.0.0;q=0.7,text/plain;q=0.5"
+              "\r\nX-Prometheus-Scrape-Timeout-Seconds: 0.5\r\n\r\n",
+              "HEAD /?x=%2e HTTP/1.0\r\n\r\n", "POST /healthz HTTP/1.1\r\nHost: a\r\nContent-Length: 3\r\n\r\nabc",
+              "GET /none HTTP/1.1\r\nHost: a\r\n\r\nGET / HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n",
+              "PUT / HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\nExpect: "
+              "100-continue\r\n\r\n3\r\nabc\r\n0\r\n\r\n"}},
+            {"login",
+             exporter + "gate.cpp",
+             run_login,
+             {"GET /metrics HTTP/1.1\r\nHost: a\r\nAuthorization: Basic YWRhOmZpcnN0\r\n\r\n",
+              "GET / HTTP/1.1\r\nHost: a\r\nAuthorization: Bearer ada\r\nAuthorization: Basic !!!\r\n\r\n",
+              "GET /healthz HTTP/1.0\r\nAuthorization: Digest username=\"ada\", realm=\"metrics\"\r\n\r\n"}},
+            {"web_config",
+             exporter + "web_config.cpp",
+             run_web_config,
+             {"tls_server_config:\n  cert_file: none.crt\n  key_file: none.key\n  client_ca_file: a\n"
+              "  client_auth_type: RequireAndVerifyClientCert\n  min_version: TLS13\n",
+              "basic_auth_users:\n  ada: $2y$10$abcdefghijklmnopqrstuu5Lo0g67CiD3M4RpN1BmBb4Crp5w7dbK\n",
+              "basic_auth_users: {ada: &x y, \"b\\e[1mb\": *x, ? [a] : !!str c}\n# end\n", "--- |\n a\n...\n"}},
+            {"printable",
+             readings + "value.cpp",
+             take_text,
+             {"Prüfstück 5 °C\x9b\u202e\ufeff", "a\tb\x7f\xc2\x9b\xed\xa0\x80\xf4\x90\x80\x80"}}};
 }

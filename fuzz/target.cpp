@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "target.h"
 
+#include "veksim.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -12,11 +14,19 @@ namespace fs = std::filesystem;
 
 target chosen;
 
+veksim::host_tree *begun_host()
+{
+    static veksim::host_tree tree;
+    tree.set_euid(0);
+    veksim_use(tree.root().c_str());
+    return &tree;
+}
+
 void write_seeds(const std::vector<target> &targets, const fs::path &folder)
 {
     for (const target &each : targets) {
         fs::create_directories(folder / each.name);
-        for (const std::string &seed : each.seeds()) {
+        for (const std::string &seed : each.seeds) {
             const std::string name = "seed-" + std::to_string(std::hash<std::string>()(seed));
             std::ofstream(folder / each.name / name, std::ios::binary) << seed;
         }
@@ -25,6 +35,27 @@ void write_seeds(const std::vector<target> &targets, const fs::path &folder)
 }
 
 } // namespace
+
+veksim::host_tree *const host = begun_host();
+
+inputs single_values()
+{
+    inputs nodes;
+    for (const auto &file : fs::directory_iterator(host->path(host->hwmon())))
+        nodes.push_back(host->hwmon(0, file.path().filename()));
+    for (const char *node :
+         {"vek_product_name", "vek_dbdf", "vek_enable_dvfs", "card0-HDMI-A-1/status", "device/device",
+          "device/current_link_speed", "device/current_link_width", "device/numa_node", "device/power_state",
+          "device/aer_dev_fatal", "device/gddr_crc", "device/gpu_util_info", "device/gpu_mem_util_info"})
+        nodes.push_back(host->card(0, node));
+    return nodes;
+}
+
+void link_to_first(const inputs &nodes)
+{
+    for (std::size_t i = 1; i < nodes.size(); ++i)
+        host->link(nodes[i], host->path(nodes[0]).string());
+}
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 {

@@ -4,6 +4,8 @@
 // FOLDER/NAME for every target and prints a line for each: its name, and the source that it is meant to reach.
 #pragma once
 
+#include "host_tree.h"
+
 #include <functional>
 #include <string>
 #include <vector>
@@ -14,11 +16,15 @@ struct target {
     std::string name;
     std::string source;
     std::function<void(const std::string &input)> run;
-    std::function<inputs()> seeds;
+    inputs seeds;
     std::function<void()> prepare = [] {}; // once, before the first input
 };
 
 std::vector<target> all_targets(); // the program's own
+
+extern veksim::host_tree *const host; // that the program reads, as root
+inputs single_values();               // GPU 0's nodes of one value but the vendor id, without which there is no GPU
+void link_to_first(const inputs &nodes);
 
 // What must hold whatever the input is.
 inline void must(bool holds)

@@ -62,8 +62,8 @@ inline const auto readers = all(
     CALL(get_dvfs_info), CALL(get_temper), CALL(get_temper_info), CALL(get_fan_ctrl_mode), CALL(get_fan_pwm),
     CALL(get_pwm_min), CALL(get_pwm_max), CALL(get_fan_speed), CALL(get_support_fan_info), CALL(get_support_power_info),
     CALL(is_support_power), CALL(get_power_info), CALL(get_clock_info), CALL(get_clock), CALL(get_vpu_info),
-    CALL(get_vpu_rates), CALL(query_by_out_of_band), of("static_info", vekml_read_static_info_from_node), CALL(query),
-    CALL(query_two_parts));
+    CALL(get_vpu_rates), CALL(query_by_out_of_band), of("static_info", vekml_read_static_info_from_node),
+    CALL(query_static_info), CALL(query), CALL(query_two_parts));
 inline const auto setters =
     all(CALL(set_thermal_info), CALL(set_temper_info), CALL(set_dvfs_enable, "1"), CALL(set_fan_ctrl_mode, "1"),
         CALL(set_fan_pwm1, "3000"), CALL(set_fan1_speed, "60"), CALL(set_power_volt, "850"),
