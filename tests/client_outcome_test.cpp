@@ -241,7 +241,7 @@ TEST_F(client_outcome_test, a_sick_gpu_spares_the_others)
          std::vector<std::array<std::string, 3>>{{"query --format csv", ",114,", ""},
                                                  {"temp", " 114 °C", "stuck"},
                                                  {"", "temp 114 °C", "stuck since"},
-                                                 {"monitor -c 1", "   1 114 ", "   0 stuck"},
+                                                 {"monitor -c 1", "   1 114 ", "   0 stuck     - "},
                                                  {"monitor -c 1 --format csv", ",ok,1,114,", ",stuck,0,"},
                                                  {"health", "\nGPU 1 critical: crc", "GPU 0 critical: stuck since"}}) {
         const auto begun = steady_clock::now();
@@ -349,7 +349,8 @@ TEST_F(client_outcome_test, streams_and_terminals)
     const auto columns_of = [](const std::string &line) {
         return std::count_if(line.begin(), line.end(), [](char c) { return (c & 0xc0) != 0x80 && c != '\r'; });
     };
-    for (const std::string command : {"", "list", "info", "ps", "query --help-fields", "monitor -c 1", "topology"}) {
+    for (const std::string command :
+         {"", "list", "info", "ps", "query --help-fields", "monitor -c 1", "topology", "help", "help temp"}) {
         std::size_t widest[3] = {};
         for (const int at : {0, 1, 2}) {
             constexpr unsigned short columns[] = {60, 80, 200};

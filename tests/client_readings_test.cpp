@@ -232,6 +232,12 @@ TEST_F(client_readings_test, commands_show_these_fields)
             row += (row.empty() ? "" : ",") + cell_of.at(key);
         EXPECT_EQ(veksmi(command + " --format csv -i 1").out, shown + "\n" + row + "\n");
     }
+    for (const auto &[command, second] : std::vector<std::array<std::string, 2>>{
+             {"query", "model "}, {"info", "model "}, {"query --fields index,model", "index "}})
+        EXPECT_TRUE(lines(veksmi(command).out).at(1).starts_with(second)) << command;
+    EXPECT_EQ(veksmi("info").out.find("firmware memory"), std::string::npos);
+    EXPECT_EQ(veksmi("why").out.find("firmware_memory"), std::string::npos);
+    EXPECT_NE(veksmi("why firmware_memory_size_mib").out.find("--out-of-band asks it"), std::string::npos);
     const std::string summary = veksmi("").out, monitored = veksmi("monitor -c 1").out;
     for (const char *line : {"\nGPU 1  VEK E105 LP  TALON-D01                                     0000:04:00.0\n",
                              "\n  temp 114 °C  fan 2402 RPM  power 226 W   graphics 1010 MHz  memory 1746 MHz\n",

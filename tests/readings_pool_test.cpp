@@ -352,6 +352,9 @@ TEST_F(readings_pool_test, an_index_means_the_same_card_for_ever)
     host.write(config, std::string(before.size(), '\xff'));
     EXPECT_EQ(states(round(pool)), "0 ok\n1 lost\n2 ok\n3 ok\n");
     EXPECT_EQ(said[1].detail, "its configuration space reads all ones");
+    reader_pool late({.deadline = deadline});
+    round(late);
+    EXPECT_EQ(said[1][field_of("model")], value(missing{reason::lost}));
     host.write(config, before);
     EXPECT_EQ(states(round(pool)), "0 ok\n1 ok\n2 ok\n3 ok\n");
     EXPECT_EQ(said[2].card, 5u); // found together, in the order of their numbers

@@ -319,7 +319,7 @@ struct reader_pool::state {
         }
         for (const field *known : pick<"model", "name", "uuid">()) {
             value &held = one.values[index_of(*known)];
-            if (!is_present(held) && s.greeted)
+            if (!is_present(held) && is_present(s.greeting[*known]))
                 held = s.greeting[*known];
         }
         one.values[index_of(field_of("index"))] = std::uint64_t{one.index};

@@ -65,7 +65,8 @@ std::optional<Number> to_number(std::string_view text)
 
 // Keys separated by commas. An unknown one is thrown as usage_error.
 field_list parse_fields(std::string_view keys);
-const field_list &query_fields(); // those of a query that names none
+const field_list &query_fields();                                                    // those of a query that names none
+inline constexpr const field &firmware_field = field_of("firmware_memory_size_mib"); // told out of band only
 
 int exit_status(int result);                   // the result code where it fits
 int status_of(const answers &gpus);            // the first failure, after telling of each; a sick GPU before all

@@ -169,6 +169,7 @@ private:
     void write_line(const std::string &now, const answer &gpu)
     {
         std::string line = now;
+        std::size_t end = time_width; // of the column; a text that is too wide for its own takes the next one's blanks
         // A state stands where the readings would, once.
         bool told = gpu.state == gpu_state::ok;
         for (std::size_t i = 0; i < fields_.size(); ++i) {
@@ -176,7 +177,8 @@ private:
             const bool is_of_the_gpu = none != nullptr && none->why >= reason::asleep;
             const std::string text = is_of_the_gpu ? (told ? "-" : name_of(none->why)) : plain(gpu, *fields_[i]);
             told |= is_of_the_gpu;
-            line += " " + right(text, widths_[i]);
+            end += 1 + widths_[i];
+            line += " " + right(text, end - std::min(end, width_of(line) + 1));
         }
         put(line + (told ? "" : fmt::format(" {}", name_of(gpu.state))) + "\n");
     }

@@ -66,7 +66,7 @@ std::vector<std::string> wrapped(std::string_view text, std::size_t width)
         end = std::max<std::size_t>(end, 1);
         const std::size_t blank = text[end] == ' ' ? end : text.substr(0, end).rfind(' ');
         const std::size_t cut = blank == text.npos || blank == 0 ? end : blank;
-        lines.emplace_back(text.substr(0, cut));
+        lines.emplace_back(text.substr(0, text.find_last_not_of(' ', cut - 1) + 1));
         text.remove_prefix(cut);
         text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
     }
@@ -119,6 +119,24 @@ void remark(std::string_view text)
 void complain(std::string_view text)
 {
     remark(fmt::format("veksmi: {}", text));
+}
+
+void put_help(std::string_view text)
+{
+    constexpr std::string_view gap = "  ";
+    const std::size_t width = output_width();
+    while (!text.empty()) {
+        const std::string_view line = text.substr(0, text.find('\n'));
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
+        const std::size_t last_gap = line.rfind(gap);
+        const bool has_column = last_gap != line.npos && last_gap < width / 2;
+        const std::size_t indent = width_of(line) <= width ? 0 : has_column ? last_gap + gap.size() : 2 * gap.size();
+        std::string before(line.substr(0, has_column ? indent : 0));
+        for (const std::string &part : wrapped(line.substr(before.size()), width - indent)) {
+            put(before + part + "\n");
+            before.assign(indent, ' ');
+        }
+    }
 }
 
 std::size_t output_width()
@@ -230,6 +248,14 @@ std::string plain(const answer &gpu, const field &f)
 {
     const value &held = gpu[f];
     return is_present(held) ? printable(text_of(held)) : human(held, f.in);
+}
+
+std::string heading_of(const answer &gpu, const field_list &known)
+{
+    std::string heading = fmt::format("GPU {}", gpu.index);
+    for (const field *f : known)
+        heading += is_present(gpu[*f]) ? "  " + shown(gpu, *f) : "";
+    return heading;
 }
 
 std::string csv_row(const std::vector<std::string> &cells)

@@ -25,7 +25,8 @@ void print(fmt::format_string<Arguments...> pattern, Arguments &&...arguments)
 void remark(std::string_view text);   // one line on standard error
 void complain(std::string_view text); // likewise, in the client's name
 
-std::size_t output_width(); // columns: the terminal's, 60 to 200; 80 where there is none
+void put_help(std::string_view text); // what is too wide goes on below, behind the line's last gap
+std::size_t output_width();           // columns: the terminal's, 60 to 200; 80 where there is none
 
 bool is_coloured();
 enum class colour { bold, green, yellow, red };
@@ -54,6 +55,8 @@ private:
 
 std::string shown(const answer &gpu, const field &f); // with its unit
 std::string plain(const answer &gpu, const field &f); // without; what became of a GPU is said
+// "GPU 0  VEK M310  0000:03:00.0": what is known of it.
+std::string heading_of(const answer &gpu, const field_list &known);
 std::string csv_row(const std::vector<std::string> &cells);
 std::string csv_header(const field_list &fields);
 std::string csv_values(const field_list &fields, const answer &gpu);

@@ -12,12 +12,20 @@ int show_fields(const options &wanted, session &gpus, const field_list &fields)
     return status_of(said);
 }
 
+// Of a table, the heading says the index.
+int show_usual(const options &wanted, session &gpus, field_list fields)
+{
+    if (wanted.shape == format::table)
+        std::erase(fields, &field_of("index"));
+    if (wanted.shape == format::table && !wanted.out_of_band)
+        std::erase(fields, &firmware_field);
+    return show_fields(wanted, gpus, fields);
+}
+
 template <key_text... Keys>
 int show(const options &wanted, session &gpus)
 {
-    return show_fields(wanted, gpus,
-                       wanted.shape == format::table ? pick<"model", "bus_id", Keys...>()
-                                                     : pick<"index", "model", "bus_id", Keys...>());
+    return show_usual(wanted, gpus, pick<"index", "model", "bus_id", Keys...>());
 }
 
 } // namespace
@@ -79,7 +87,7 @@ int show_info(const options &wanted, session &gpus)
 
 int query(const options &wanted, session &gpus)
 {
-    return show_fields(wanted, gpus, wanted.fields.empty() ? query_fields() : wanted.fields);
+    return wanted.fields.empty() ? show_usual(wanted, gpus, query_fields()) : show_fields(wanted, gpus, wanted.fields);
 }
 
 int help_fields(const options &wanted)

@@ -73,7 +73,7 @@ void print_readings_of(const answer &gpu)
     add(fmt::format("memory {}", shown(gpu, field_of("memory_clock_mhz"))));
     print_flowing(parts);
     if (gpu.driverless)
-        print("  memory {}\n", shown(gpu, field_of("firmware_memory_size_mib")));
+        print("  memory {}\n", shown(gpu, firmware_field));
     else
         print("  memory {}  {}\n", bar(gpu, field_of("memory_util_percent")), used_of_total(gpu));
     constexpr std::size_t bar_width = 37;
@@ -86,8 +86,7 @@ void print_readings_of(const answer &gpu)
 
 void print_gpu(const answer &gpu)
 {
-    const std::string heading =
-        fmt::format("GPU {}  {}  {}", gpu.index, shown(gpu, field_of("model")), shown(gpu, field_of("name")));
+    const std::string heading = heading_of(gpu, pick<"model", "name">());
     const std::string bus_id = shown(gpu, field_of("bus_id"));
     const std::size_t taken = width_of(heading) + width_of(bus_id);
     const std::size_t width = std::min<std::size_t>(output_width(), 78);
@@ -106,7 +105,7 @@ int show_summary(const options &wanted, session &gpus)
     request asked{.fields = summary_fields(), .processes = wanted.shape != format::csv};
     asked.fields.push_back(&field_of("process_count"));
     if (wanted.out_of_band)
-        asked.fields.push_back(&field_of("firmware_memory_size_mib"));
+        asked.fields.push_back(&firmware_field);
     const answers said = gpus.ask(asked);
     if (wanted.shape == format::json) {
         print_json(summary_fields(), said, {.processes = true});

@@ -79,8 +79,7 @@ std::string text_or_none(const json &held)
 
 void print_gpu(const answer &gpu, const json &place)
 {
-    print("{}\n", paint(colour::bold, fmt::format("GPU {}  {}  {}", gpu.index, shown(gpu, field_of("model")),
-                                                  shown(gpu, field_of("bus_id")))));
+    print("{}\n", paint(colour::bold, heading_of(gpu, pick<"model", "bus_id">())));
     if (place.is_null()) {
         print("  {}\n", gpu.state == gpu_state::ok ? "N/A" : what_became_of(gpu));
         return;

@@ -35,8 +35,7 @@ std::string video_driver(const json &codecs)
 
 void print_gpu(const answer &gpu)
 {
-    print("{}\n", paint(colour::bold, fmt::format("GPU {}  {}  {}", gpu.index, shown(gpu, field_of("model")),
-                                                  shown(gpu, field_of("bus_id")))));
+    print("{}\n", paint(colour::bold, heading_of(gpu, pick<"model", "bus_id">())));
     for (const field *f : load_fields())
         print("  {:<24}{}\n", label(*f), shown(gpu, *f));
     if (gpu.codecs.is_null()) {

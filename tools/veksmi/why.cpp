@@ -7,8 +7,15 @@
 
 namespace {
 
-std::string cause(const missing &none, const answer &gpu)
+struct explanation {
+    const answer &gpu;
+    const field &of;
+    const missing &none;
+};
+
+std::string cause(const explanation &e)
 {
+    const auto &[gpu, of, none] = e;
     switch (none.why) {
     case reason::absent:
         return none.node.empty() ? "nothing here tells it" : "the driver has no such node";
@@ -19,7 +26,8 @@ std::string cause(const missing &none, const answer &gpu)
     case reason::malformed:
         return "the node holds something else than expected";
     case reason::unsupported:
-        return "the GPU says that it has no such thing";
+        return &of == &firmware_field ? "only the firmware tells it, and the driver was asked"
+                                      : "the GPU says that it has no such thing";
     case reason::driverless:
         return "only the driver tells it, and it was not asked";
     default:
@@ -27,8 +35,9 @@ std::string cause(const missing &none, const answer &gpu)
     }
 }
 
-const char *advice(const missing &none)
+const char *advice(const explanation &e)
 {
+    const auto &[gpu, of, none] = e;
     switch (none.why) {
     case reason::absent:
         return none.node.empty() ? "this model or host does not have it"
@@ -40,7 +49,7 @@ const char *advice(const missing &none)
     case reason::malformed:
         return "look at the node; a bug report to the driver's maker may be due";
     case reason::unsupported:
-        return "nothing is wrong";
+        return &of == &firmware_field ? "--out-of-band asks it, as root" : "nothing is wrong";
     case reason::driverless:
         return "load the driver and leave out --out-of-band";
     case reason::asleep:
@@ -53,12 +62,6 @@ const char *advice(const missing &none)
         return "see the kernel's log (dmesg) and the PCIe link; the GPU has left the bus";
     }
 }
-
-struct explanation {
-    const answer &gpu;
-    const field &of;
-    const missing &none;
-};
 
 std::vector<explanation> explanations(const field_list &fields, const answers &said)
 {
@@ -83,8 +86,8 @@ void print_json(const std::vector<explanation> &list, const answers &said)
                                    {"reason", name_of(e.none.why)},
                                    {"node", e.none.node.empty() ? json() : json(e.none.node)},
                                    {"errno", e.none.error == 0 ? json() : json(e.none.error)},
-                                   {"explanation", cause(e.none, gpu)},
-                                   {"advice", advice(e.none)}});
+                                   {"explanation", cause(e)},
+                                   {"advice", advice(e)}});
         }
         gpus.push_back({{"index", gpu.index},
                         {"card", gpu.card ? json(*gpu.card) : json()},
@@ -97,10 +100,10 @@ void print_json(const std::vector<explanation> &list, const answers &said)
 
 void print_sentence(const explanation &e)
 {
-    print("GPU {} {}: {}\n", e.gpu.index, e.of.key, cause(e.none, e.gpu));
+    print("GPU {} {}: {}\n", e.gpu.index, e.of.key, cause(e));
     if (!e.none.node.empty())
         print("  {}\n", printable(e.none.node));
-    print("  {}\n", advice(e.none));
+    print("  {}\n", advice(e));
 }
 
 } // namespace
@@ -114,7 +117,7 @@ int explain_missing(const options &wanted, session &gpus)
     }
     const bool named = !fields.empty();
     for (const field &f : all_fields) {
-        if (!named)
+        if (!named && (&f != &firmware_field || wanted.out_of_band))
             fields.push_back(&f);
     }
     const answers said = gpus.ask({.fields = fields});
@@ -126,8 +129,8 @@ int explain_missing(const options &wanted, session &gpus)
     if (wanted.shape == format::csv) {
         put("index,field,reason,node,explanation,advice\n");
         for (const explanation &e : list)
-            put(csv_row({std::to_string(e.gpu.index), e.of.key, name_of(e.none.why), e.none.node, cause(e.none, e.gpu),
-                         advice(e.none)}));
+            put(csv_row(
+                {std::to_string(e.gpu.index), e.of.key, name_of(e.none.why), e.none.node, cause(e), advice(e)}));
         return status_of(said);
     }
     for (const explanation &e : list)
