@@ -61,19 +61,15 @@ TEST(veksim_launcher, leaves_nothing_of_a_build_that_ends_early)
     const std::string tmpdir = "TMPDIR=" + place;
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})
         for (const char *tree : {"", named.c_str()}) {
-            const pid_t child = fork();
-            if (child == 0) {
+            const int status = in_child([&] {
                 sigset_t waiting;
                 sigemptyset(&waiting);
                 sigaddset(&waiting, signal);
                 sigprocmask(SIG_BLOCK, &waiting, nullptr);
                 raise(signal); // and is there when the program starts
                 putenv(const_cast<char *>(tmpdir.c_str()));
-                execl(VEKSIM_PATH, "veksim", "--tree", tree, "--", "true", nullptr);
-                _exit(0);
-            }
-            int status = 0;
-            waitpid(child, &status, 0);
+                return execl(VEKSIM_PATH, "veksim", "--tree", tree, "--", "true", nullptr);
+            });
             EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
             EXPECT_TRUE(fs::is_empty(place));
             EXPECT_FALSE(fs::exists(named));

@@ -144,44 +144,25 @@ TEST_F(sim_test, each_write_is_a_nodes_new_value)
     EXPECT_EQ(slurp(node), "66\n");
 }
 
-TEST_F(sim_test, commands_see_the_trees_modules_and_packages)
+TEST_F(sim_test, a_command_is_outside_the_simulation)
 {
-    host.add_gpu();
-    auto first_line = [](const char *command) {
-        std::FILE *pipe = popen(command, "r");
-        std::array<char, 256> line{};
-        std::string text = std::fgets(line.data(), line.size(), pipe) != nullptr ? line.data() : "";
-        return std::pair(text, pclose(pipe));
-    };
-    EXPECT_EQ(first_line("lsmod | grep vekgpu").first.rfind("vekgpu ", 0), 0U);
-    EXPECT_EQ(first_line("dpkg -l | grep vekgpu").first.rfind("ii  vekgpu-driver  1.4.0-2", 0), 0U);
-    host.set_modules("drm 1 0\n");
-    EXPECT_EQ(first_line("lsmod | grep vekgpu"), std::pair(std::string(), 1 << 8));
-    EXPECT_EQ(first_line("echo \"${LD_PRELOAD-none}\"").first, "none\n");
+    EXPECT_EQ(pclose(popen("exit ${LD_PRELOAD:+1}", "r")), 0);
 }
 
 TEST_F(sim_test, pauses_are_instant_and_move_the_clock)
 {
     host.instant_pauses();
-    host.set_euid(1000);
-    EXPECT_EQ(geteuid(), 1000U);
-    std::vector<std::string> heard;
-    veksim_on_pause(
-        [](void *list, const char *what) { static_cast<std::vector<std::string> *>(list)->push_back(what); }, &heard);
-    timeval before{};
+    timeval before{}, after{};
     gettimeofday(&before, nullptr);
     sleep(100);
     usleep(500000);
     veksim_advance(10000000);
-    timeval after{};
     gettimeofday(&after, nullptr);
-    double passed =
-        static_cast<double>(after.tv_sec - before.tv_sec) + static_cast<double>(after.tv_usec - before.tv_usec) / 1e6;
-    EXPECT_GE(passed, 110.5);
-    EXPECT_LT(passed, 120.0);
+    timersub(&after, &before, &after);
+    EXPECT_GE(after.tv_sec * 1000 + after.tv_usec / 1000, 110500);
+    EXPECT_LT(after.tv_sec, 120);
     EXPECT_GE(time(nullptr) - before.tv_sec, 110);
     EXPECT_EQ(host.pauses(), (std::vector<std::string>{"sleep 100", "usleep 500000"}));
-    EXPECT_EQ(heard, host.pauses());
 }
 
 } // namespace
