@@ -146,7 +146,9 @@ TEST_F(sim_test, each_write_is_a_nodes_new_value)
 
 TEST_F(sim_test, a_command_is_outside_the_simulation)
 {
+    setenv("LD_PRELOAD", "libveksim.so", 1);
     EXPECT_EQ(pclose(popen("exit ${LD_PRELOAD:+1}", "r")), 0);
+    unsetenv("LD_PRELOAD");
 }
 
 TEST_F(sim_test, pauses_are_instant_and_move_the_clock)
