@@ -70,8 +70,6 @@ TEST_F(node_test, a_missing_or_unreadable_node_fails_and_is_logged)
               }),
               "");
     EXPECT_FALSE(host.exists(node));
-    EXPECT_TRUE(logged("read_from_node", "open error"));
-    EXPECT_TRUE(logged("read_from_node", "-1, No such file or directory, /sys/class/drm/node"));
     EXPECT_TRUE(logged("get_data_from_node", "fopen() /sys/class/drm/node failed."));
 
     host.make_directory(node);
@@ -106,8 +104,6 @@ TEST_F(node_test, a_write_goes_out_unchanged_and_its_failure_is_logged)
     host.write(node, "100\n");
     EXPECT_EQ(write_to_node(node, "01"), 0);
     EXPECT_EQ(host.read(node), "01");
-    EXPECT_TRUE(logged("write_to_node", "writebuff = 01 node path : /sys/class/drm/node, size of writebuff : 8, "
-                                        "strlen tmp : 2"));
     host.fail_writes(node);
     EXPECT_EQ(write_to_node(node, "1"), -1);
     EXPECT_TRUE(logged("write_to_node", "write /sys/class/drm/node errno = No space left on device"));
@@ -220,8 +216,6 @@ TEST_F(text_test, pci_addresses_are_stored_as_far_as_they_are_accepted)
         EXPECT_EQ(parse_dbdf(c.text, &found[0], &found[1], &found[2], &found[3]), c.result) << c.text;
         EXPECT_EQ(found, c.expected) << c.text;
     }
-    EXPECT_TRUE(logged("parse_dbdf", "device bdfid is 100000aff"));
-    EXPECT_NE(host.log().find("pci_dbdf format wrong.[DBG]"), std::string::npos);
 }
 
 } // namespace

@@ -18,6 +18,12 @@ namespace {
 
 class threads_test : public sim_host {
 protected:
+    static void side_by_side(int threads, const std::function<void(int)> &run)
+    {
+        std::vector<std::jthread> running;
+        for (int thread = 0; thread < threads; ++thread)
+            running.emplace_back(run, thread);
+    }
     // What a writer of the log has to say, each line of another length.
     static std::string message(int writer, int line)
     {
@@ -37,11 +43,7 @@ protected:
                 _exit(0);
             }
         }
-        std::vector<std::thread> threads;
-        for (int writer = 0; writer < writers; writer += 2)
-            threads.emplace_back(write_lines, writer, lines);
-        for (std::thread &thread : threads)
-            thread.join();
+        side_by_side((writers + 1) / 2, [=](int thread) { write_lines(2 * thread, lines); });
         for (int status = 0; wait(&status) > 0;)
             EXPECT_EQ(status, 0);
     }
@@ -49,8 +51,8 @@ protected:
 
 TEST_F(threads_test, readers_of_different_gpus_do_not_disturb_each_other)
 {
-    constexpr unsigned gpus = 4;
-    for (int i = 0; i < int{gpus}; ++i) {
+    constexpr int gpus = 4;
+    for (int i = 0; i < gpus; ++i) {
         veksim::gpu_state state;
         state.temperature = 40 + i;
         state.processes = {{static_cast<std::uint32_t>(5000001 + i), "worker" + std::to_string(i), 10 + i, 20}};
@@ -58,21 +60,17 @@ TEST_F(threads_test, readers_of_different_gpus_do_not_disturb_each_other)
     }
     start();
     vekml_device_query_t records[gpus] = {};
-    std::vector<std::thread> readers;
-    for (unsigned i = 0; i < gpus; ++i) {
-        readers.emplace_back([&record = records[i], i] {
-            for (int round = 0; round < 50; ++round) {
-                record.temperature[1] = record.pronum = 0;
-                EXPECT_EQ(vekml_device_query_two_parts(&globals.devices[i], &record), VEKML_SUCCESS);
-                EXPECT_EQ(record.temperature[1], 40 + i);
-                EXPECT_EQ(record.minor_number, i);
-                EXPECT_EQ(record.pronum, 1u);
-                EXPECT_EQ(record.process_name[0], "worker" + std::to_string(i));
-            }
-        });
-    }
-    for (std::thread &reader : readers)
-        reader.join();
+    side_by_side(gpus, [&](int i) {
+        vekml_device_query_t &record = records[i];
+        for (int round = 0; round < 50; ++round) {
+            record.temperature[1] = record.pronum = 0;
+            EXPECT_EQ(vekml_device_query_two_parts(&globals.devices[i], &record), VEKML_SUCCESS);
+            EXPECT_EQ(static_cast<int>(record.temperature[1]), 40 + i);
+            EXPECT_EQ(static_cast<int>(record.minor_number), i);
+            EXPECT_EQ(record.pronum, 1u);
+            EXPECT_EQ(record.process_name[0], "worker" + std::to_string(i));
+        }
+    });
 }
 
 TEST_F(threads_test, no_line_of_a_shared_log_is_lost_or_torn)
@@ -107,17 +105,12 @@ TEST_F(threads_test, the_video_libraries_are_looked_for_once)
     standard_output([] { vekml_out_of_band_init(); }); // does not look
     constexpr int askers = 8;
     std::barrier all_here(askers);
-    std::vector<std::thread> threads;
-    for (int asker = 0; asker < askers; ++asker) {
-        threads.emplace_back([&] {
-            std::uint32_t valid = 7;
-            all_here.arrive_and_wait();
-            EXPECT_EQ(vekml_get_vpu_functions_valid(&valid), VEKML_SUCCESS);
-            EXPECT_EQ(valid, 1u);
-        });
-    }
-    for (std::thread &thread : threads)
-        thread.join();
+    side_by_side(askers, [&](int) {
+        std::uint32_t valid = 7;
+        all_here.arrive_and_wait();
+        EXPECT_EQ(vekml_get_vpu_functions_valid(&valid), VEKML_SUCCESS);
+        EXPECT_EQ(valid, 1u);
+    });
     EXPECT_EQ(messages_of("isLibVaValid").size(), 5u);
 }
 
@@ -156,23 +149,19 @@ TEST_F(threads_test, pairs_of_calls_on_one_gpu_do_not_disturb_each_other)
     std::vector<call> calls = readers;
     calls.insert(calls.end(), setters.begin(), setters.end());
     std::barrier both_here(2);
-    const auto run_pairs = [&](bool second) {
+    const auto run_pairs = [&](int second) {
         for (std::size_t i = 0; i < calls.size(); ++i) {
             for (std::size_t j = i; j < calls.size(); ++j) {
                 if (share_a_field(calls[i].name, calls[j].name))
                     continue;
-                const call &mine = calls[second ? j : i];
+                const call &mine = calls[second == 1 ? j : i];
                 std::string record(mine.size + 1, '\0');
                 both_here.arrive_and_wait();
                 mine.run(gpu, record.data());
             }
         }
     };
-    standard_output([&] {
-        std::thread other(run_pairs, true);
-        run_pairs(false);
-        other.join();
-    });
+    standard_output([&] { side_by_side(2, run_pairs); });
 }
 
 } // namespace

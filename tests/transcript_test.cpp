@@ -10,9 +10,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <sstream>
 
 namespace {
@@ -21,45 +21,20 @@ constexpr char log_file[] = "/tmp/smi.log";
 
 using lines = std::vector<std::string>;
 
-// "[DBG][TIME,pid:PID][vekml]FILE(LINE)-<STEP>: " becomes "FILE-<STEP>: ".
-void shorten_prefixes(std::string &line)
-{
-    const std::string begin = "[DBG][", tag = "][vekml]";
-    for (std::size_t at = 0; (at = line.find(begin, at)) != std::string::npos;) {
-        line.erase(at, line.find(tag, at) + tag.size() - at);
-        const std::size_t number = line.find('(', at);
-        line.erase(number, line.find(')', number) + 1 - number);
-    }
-}
-
-void hide_addresses(std::string &line)
-{
-    for (std::size_t at = 0; (at = line.find("0x", at)) != std::string::npos; at += 2) {
-        const std::size_t length = std::min(line.find_first_not_of("0123456789abcdef", at + 2), line.size()) - at;
-        if (length > 10) // no other number in the log has more than 32 bits
-            line.replace(at, length, "0xADDRESS");
-    }
-}
-
-void hide_descriptors(std::string &line)
-{
-    const std::string descriptor = "(fd:";
-    if (const std::size_t at = line.find(descriptor); at != std::string::npos && line[at + descriptor.size()] != '-')
-        line.replace(at, line.find(')', at) - at, "(fd:OPEN");
-}
-
-// Without what differs from run to run and from machine to machine: time, process, source lines, addresses,
-// descriptors, and what libva says of itself.
+// Without what differs from run to run and from machine to machine: time, process, source lines, addresses (no other
+// number has more than 32 bits), descriptors, and what libva says of itself.
 lines normalised(const std::string &log)
 {
-    const std::string of_libva = "libva-info:[";
+    static const std::pair<std::regex, const char *> replacements[] = {
+        {std::regex(R"(\[DBG\]\[[^\]]*\]\[vekml\]([^(]*)\([0-9]+\))"), "$1"},
+        {std::regex("0x[0-9a-f]{9,}"), "0xADDRESS"},
+        {std::regex(R"(\(fd:[0-9]+)"), "(fd:OPEN"}};
     lines kept;
     std::istringstream stream(log);
     for (std::string line; std::getline(stream, line);) {
-        shorten_prefixes(line);
-        hide_addresses(line);
-        hide_descriptors(line);
-        if (const std::size_t at = line.find(of_libva); at != std::string::npos) {
+        for (const auto &[differing, replacement] : replacements)
+            line = std::regex_replace(line, differing, replacement);
+        if (line.find("libva-info:[") != std::string::npos) {
             while (!line.ends_with(']') && std::getline(stream, line))
                 ;
             line = "(libva's own words)";
@@ -143,7 +118,7 @@ protected:
     {
         section(title, [&] {
             for (const call &one : calls) {
-                if (std::strncmp(one.name, "query", 5) == 0)
+                if (std::string_view(one.name).starts_with("query"))
                     continue; // they have sections of their own
                 std::string filled(std::max<std::size_t>(one.size, 1), '\0');
                 one.run(&globals.devices[0], filled.data());

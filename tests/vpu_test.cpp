@@ -133,9 +133,7 @@ TEST_F(vpu_test, libraries_are_looked_for_in_order)
     EXPECT_EQ(vekml_get_vpu_functions_valid(&valid), VEKML_SUCCESS);
     EXPECT_EQ(valid, 1u) << "there, as far as anyone looked";
     EXPECT_EQ(messages_of("isLibVaValid").size(), 8u) << "no path after the one found";
-    EXPECT_TRUE(logged("isLibVaValid", "looking for /usr/lib64/vekgpu/libva.so, result:0"));
     EXPECT_TRUE(logged("isLibVaValid", "looking for /usr/lib64/vekgpu/libva-drm.so, result:-1"));
-    EXPECT_TRUE(logged("isLibVaValid", "looked for libva, the aarch is __aarch64__"));
 }
 
 TEST_F(vpu_test, files_that_are_no_libraries)
@@ -187,17 +185,6 @@ TEST_F(vpu_test, codecs)
                                        "h264 high encoder: yuv444 greyscale | mb\n"
                                        "vc1 simple encoder: | vbr\n"
                                        "jpeg baseline encoder: yuv422\n");
-    for (const char *message :
-         {"is not in our profile list...", "but it is not supported by libva...",
-          "decoder is 0x00200101, so supported image formats are:", "\t\tyuv420-10b",
-          "there is not any supported image format in this decoder!",
-          "err code:0x       1, err msg:VA_STATUS_ERROR_OPERATION_FAILED",
-          "but this decoder's profile is not supported...", "but this decoder's entrypoint is not supported...",
-          "this decoder's attributes, err code:0x00000001, err msg:VA_STATUS_ERROR"})
-        EXPECT_TRUE(logged(get_info, message)) << message;
-    EXPECT_TRUE(logged("getEncInfo", "is 0x00001016, so the supported bitrate control methods are:"));
-    EXPECT_TRUE(logged("getEncInfo", "but failed to get this encoder's attributes, err code:0x00000001"));
-    EXPECT_TRUE(logged("myVaInfoCallback", "libva-info:["));
 
     // From now on the answer is remembered.
     host.remove("/dev/dri/card2");
@@ -233,7 +220,6 @@ TEST_F(vpu_test, failed_capability_queries)
         describe(engines);
         EXPECT_EQ(query(gpu), result) << engines;
         EXPECT_TRUE(logged(get_info, message)) << engines;
-        EXPECT_TRUE(logged(get_info, "get vpu info over, then reset the env LIBVA_DRIVERS_PATH to (null)"));
         host.remove("/tmp/smi.log");
     }
     host.remove("/sys/dev/char/226:2"); // no DRM node then, for all libva can tell
