@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,7 +15,7 @@
 #define SILENT_NODE ""
 #endif
 
-silent_node::silent_node(const std::filesystem::path &file, const std::string &text, bool in_open)
+silent_node::silent_node(const std::filesystem::path &file, const std::string &text) : file_(file)
 {
     std::array<int, 2> ends{};
     if (SILENT_NODE[0] == '\0') {
@@ -25,7 +26,7 @@ silent_node::silent_node(const std::filesystem::path &file, const std::string &t
         server_ = fork();
         if (server_ == 0) {
             dup2(ends[1], STDOUT_FILENO);
-            execl(SILENT_NODE, SILENT_NODE, file.c_str(), text.c_str(), in_open ? "open" : "read", nullptr);
+            execl(SILENT_NODE, SILENT_NODE, file.c_str(), text.c_str(), nullptr);
             _exit(127);
         }
         close(ends[1]);
@@ -39,8 +40,9 @@ silent_node::silent_node(const std::filesystem::path &file, const std::string &t
 silent_node::~silent_node()
 {
     if (server_ > 0) {
-        kill(server_, SIGTERM);
+        kill(server_, SIGKILL); // whom no read keeps waiting
         waitpid(server_, nullptr, 0);
+        umount2(file_.c_str(), MNT_DETACH);
     }
 }
 

@@ -13,7 +13,7 @@
 
 class silent_node {
 public:
-    explicit silent_node(const std::filesystem::path &file, const std::string &text, bool in_open = false);
+    explicit silent_node(const std::filesystem::path &file, const std::string &text);
     ~silent_node(); // those who hang fail with ENOTCONN or the like
     silent_node(const silent_node &) = delete;
     silent_node &operator=(const silent_node &) = delete;
@@ -23,6 +23,7 @@ public:
     void answer() const; // whoever hangs reads the text, as do those to come
 
 private:
+    std::filesystem::path file_;
     pid_t server_ = -1;
     std::string why_not_;
 };
