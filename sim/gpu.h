@@ -54,9 +54,9 @@ struct gpu_settings {
 
 // What a GPU is. The defaults make a healthy display card.
 struct gpu_config {
-    int card = -1;           // DRM card number; -1: the GPU's position
-    int hwmon = -1;          // hwmon number; -1: position + 1
-    std::string pci_address; // empty: 0000:(03 + position):00.0
+    int card = -1;             // DRM card number; -1: the GPU's position
+    int hwmon = -1;            // hwmon number; -1: position + 1
+    std::string pci_address{}; // empty: 0000:(03 + position):00.0
     std::uint32_t vendor_id = VEKGPU_PCI_VENDOR_ID;
     std::uint32_t device_id = 0x4a1f;
     std::uint32_t subsystem_vendor_id = VEKGPU_PCI_VENDOR_ID;
@@ -90,7 +90,7 @@ struct gpu_config {
     std::string local_cpulist = "0-7";
     bool hdmi_connected = true;
     bool dp_connected = false;
-    gpu_settings settings;
+    gpu_settings settings{};
     std::uint64_t bar0 = 0; // 0: (1 + position) * 0x4000000
 };
 
@@ -117,7 +117,7 @@ struct gpu_state {
     std::uint64_t local_used = 1288490188;
     std::uint64_t system_total = 4294967296;
     std::uint64_t system_used = 134217728;
-    std::vector<process_entry> processes;
+    std::vector<process_entry> processes{};
     std::array<unsigned, 3> aer_totals{0, 0, 0}; // correctable, fatal, nonfatal
     unsigned pcie_event = 0;
     // Per memory device: CRC errors on write and read, and the retries of each.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // How the client ends, what it takes, and what it makes of GPUs that do not answer.
 #include "client_host.h"
+#include "host_files.h"
 
 #include <array>
 #include <chrono>
@@ -19,9 +20,15 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 
+pid_t parent_of(pid_t process)
+{
+    const std::string status = slurp("/proc/" + std::to_string(process) + "/stat");
+    return std::stoi(status.substr(status.rfind(") ") + 4)); // behind the name and the state
+}
+
 class client_outcome_test : public client_host {
 protected:
-    void hang(int position, const std::string &node) { host.write("/host/stuck" + host.hwmon(position, node), ""); }
+    void hang(int position, const std::string &node) { host.stick(host.hwmon(position, node)); }
     void suspend(int position) { host.write(host.card(position, "device/power/runtime_status"), "suspended\n"); }
 
     std::future<run_result> started(const std::string &arguments)
@@ -32,18 +39,16 @@ protected:
     // A reader of the client that runs, once it does.
     pid_t reader()
     {
-        for (int patience = 3000; patience > 0; --patience, std::this_thread::sleep_for(milliseconds(10))) {
-            const std::string log = host.log();
-            if (const std::size_t pid = log.find("pid:"); pid != std::string::npos)
-                return std::stoi(log.substr(pid + 4));
-        }
-        ADD_FAILURE() << "no reader started";
-        return 0;
+        await("vekml_init_card");
+        const std::string log = host.log();
+        return std::stoi(log.substr(log.find("pid:") + 4));
     }
-    void await_rounds(std::size_t count)
+    void await(const std::string &function, std::size_t count = 1)
     {
-        for (int patience = 3000; messages_of("vekml_device_get_util_info").size() < count && patience > 0; --patience)
+        for (int patience = 3000; messages_of(function).size() < count; --patience) {
+            ASSERT_GT(patience, 0) << function;
             std::this_thread::sleep_for(milliseconds(10));
+        }
     }
 
     // What comes out on a terminal of COLUMNS.
@@ -65,57 +70,48 @@ protected:
     }
 };
 
-// A host for one row of a table.
-struct trial : client_outcome_test {
-    using client_outcome_test::hang;
-    using client_outcome_test::host;
-    using client_outcome_test::veksmi;
-    void TestBody() override {}
-};
-
 TEST_F(client_outcome_test, exit_statuses)
 {
-    using fault = std::function<void(trial &)>;
-    const auto nothing = [](trial &) {};
-    const auto no_card = [](trial &t) { t.host.remove("/sys/class/drm"); };
-    struct row {
+    using tree = veksim::host_tree;
+    const auto healthy = [](tree &) {};
+    const auto no_card = [](tree &t) { t.remove("/sys/class/drm"); };
+    const auto hangs = [](tree &t) { t.stick(t.hwmon(0, "fan1_input")); };
+    const auto no_process_list = [](tree &t) {
+        t.remove(t.card(0, "device/gpu_mem_util_info"));
+        t.fail_request(0, veksim::process_request, EBUSY);
+    };
+    const auto unknown_video_failure = [](tree &t) { // 999 of the library
+        t.add_video_libraries();
+        t.remove("/sys/dev/char/226:0");
+    };
+    const struct {
         const char *arguments;
         int status;
         const char *told; // on standard error
-        fault make;
-    };
-    const row rows[] = {
-        {"list", 0, "", nothing},
+        std::function<void(tree &)> make;
+    } rows[] = {
+        {"list", 0, "", healthy},
         {"list", 0, "", no_card},
-        {"nonsense", 1, "unknown command \"nonsense\"", nothing},
-        {"temp set ctrl 1", 4, "GPU 0: the temperature control mode was not set",
-         [](trial &t) { t.host.set_euid(1000); }},
-        {"query", 5, "GPU 0 (0000:03:00.0) stuck since ", [](trial &t) { t.hang(0, "fan1_input"); }},
-        {"monitor -c 1", 5, "fan1_input", [](trial &t) { t.hang(0, "fan1_input"); }},
+        {"nonsense", 1, "unknown command \"nonsense\"", healthy},
+        {"temp set ctrl 1", 4, "GPU 0: the temperature control mode was not set", [](tree &t) { t.set_euid(1000); }},
+        {"query", 5, "GPU 0 (0000:03:00.0) stuck since ", hangs},
+        {"monitor -c 1", 5, "fan1_input", hangs},
         {"temp", 5, "GPU 0 (0000:03:00.0) lost since ",
-         [](trial &t) { t.host.write(t.host.card(0, "device/config"), std::string(256, '\xff')); }},
-        {"thermal", 6, "the driver has no such node",
-         [](trial &t) { t.host.remove(t.host.hwmon(0, "vek_slowdown_temp")); }},
-        {"vpu", 12, "video libraries not found", nothing},
+         [](tree &t) { t.write(t.card(0, "device/config"), std::string(256, '\xff')); }},
+        {"thermal", 6, "the driver has no such node", [](tree &t) { t.remove(t.hwmon(0, "vek_slowdown_temp")); }},
+        {"vpu", 12, "video libraries not found", healthy},
         {"query", 21, "no GPU found: PCI shows 1 controller of the maker, but the module vekgpu is not loaded",
          no_card},
         {"health", 3, "no GPU found", no_card},
-        {"ps", 255, "GPU 0: not everything could be read: reading or writing failed",
-         [](trial &t) {
-             t.host.remove(t.host.card(0, "device/gpu_mem_util_info"));
-             t.host.fail_request(0, veksim::process_request, EBUSY);
-         }},
-        {"vpu", 255, "GPU 0: not everything could be read: unknown failure", // 999 of the library
-         [](trial &t) {
-             t.host.add_video_libraries();
-             t.host.remove("/sys/dev/char/226:0");
-         }},
+        {"ps", 255, "GPU 0: not everything could be read: reading or writing failed", no_process_list},
+        {"vpu", 255, "GPU 0: not everything could be read: unknown failure", unknown_video_failure},
     };
-    for (const row &r : rows) {
-        trial one;
-        one.host.add_gpu();
-        r.make(one);
-        const run_result result = one.veksmi(std::string("--deadline 2 ") + r.arguments);
+    for (const auto &r : rows) {
+        tree other;
+        other.set_euid(0);
+        other.add_gpu();
+        r.make(other);
+        const run_result result = veksmi(std::string("--deadline 2 ") + r.arguments, {{"VEKSIM_TREE", other.root()}});
         EXPECT_EQ(result.status, r.status) << r.arguments << result.out << result.err;
         EXPECT_EQ(result.err.empty(), *r.told == '\0') << r.arguments << result.err;
         EXPECT_NE(result.err.find(r.told), std::string::npos) << r.arguments << result.err;
@@ -185,45 +181,17 @@ TEST_F(client_outcome_test, verdicts_of_health)
     EXPECT_EQ(document("health -i 3-4 --format json", 2)["verdict"], "critical");
 }
 
-TEST_F(client_outcome_test, options_have_bounds)
+TEST_F(client_outcome_test, what_options_take)
 {
-    host.add_gpu();
-    host.add_gpu();
-    for (const char *wrong : {"--deadline 0.009",
-                              "--deadline 3601",
-                              "--deadline nan",
-                              "--deadline 1s",
-                              "--deadline -1",
-                              "monitor -c 1 -n 0.009",
-                              "monitor -c 1 -n 86401",
-                              "monitor -c 1 -n inf",
-                              "monitor -c 1.5",
-                              "monitor -c -1",
-                              "monitor -c 99999999999999999999",
-                              "top --once -n 0.09",
-                              "top --once -n 3601",
-                              "-i 0, list",
-                              "-i ,0 list",
-                              "-i 1-0 list",
-                              "-i 2-3 list",
-                              "-i 0,7 list",
-                              "-i 03:00.1 list",
-                              "-i 1-- list",
-                              "ps --sort name"})
-        EXPECT_EQ(veksmi(wrong).status, 1) << wrong;
+    add_gpus(2);
     for (const char *right : {"--deadline 3600 list", "monitor -c 1 -n 0.01", "monitor -c 1 -n 86400",
                               "top --once -n 0.1", "top --once -n 3600", "ps --sort user", "ps --sort pid"})
         EXPECT_EQ(veksmi(right).status, 0) << right;
     EXPECT_EQ(veksmi("--deadline 0.01 version").status % 5, 0) << "a GPU may be late, but no more";
-    for (const auto &[chosen, indexes] : std::vector<std::array<std::string, 2>>{{"0", "0"},
-                                                                                 {"1", "1"},
-                                                                                 {"0,1", "01"},
-                                                                                 {"1,0,1", "01"},
-                                                                                 {"0-1", "01"},
-                                                                                 {"0-9", "01"},
-                                                                                 {"04:00.0", "1"},
-                                                                                 {"0000:03:00.0", "0"},
-                                                                                 {"5E0A1C01", "1"}}) {
+    const std::pair<std::string, const char *> choices[] = {
+        {"0", "0"},    {"1", "1"},       {"0,1", "01"},         {"1,0,1", "01"},  {"0-1", "01"},
+        {"0-9", "01"}, {"04:00.0", "1"}, {"0000:03:00.0", "0"}, {"5E0A1C01", "1"}};
+    for (const auto &[chosen, indexes] : choices) {
         std::string found;
         const json gpus = document("list --format json -i " + chosen)["gpus"];
         for (const json &gpu : gpus)
@@ -267,8 +235,7 @@ TEST_F(client_outcome_test, a_sick_gpu_spares_the_others)
 
 TEST_F(client_outcome_test, monitor_in_every_format)
 {
-    host.add_gpu();
-    host.add_gpu();
+    add_gpus(2);
     const auto is_time = [](const std::string &text) {
         int at = -1;
         std::sscanf(text.c_str(), "%*4d-%*2d-%*2dT%*2d:%*2d:%*2d.%*3d%*1[+-]%*2d:%*2d%n", &at);
@@ -306,7 +273,7 @@ TEST_F(client_outcome_test, monitor_outlives_a_gpu_and_stops_when_asked)
 {
     host.add_gpu();
     auto running = started("monitor -n 0.05 --format csv");
-    await_rounds(4);
+    await("vekml_device_get_util_info", 4);
     const pid_t client = parent_of(reader());
     ASSERT_GT(client, 1);
     host.remove(host.card(0));
@@ -322,7 +289,7 @@ TEST_F(client_outcome_test, monitor_outlives_a_gpu_and_stops_when_asked)
     hang(1, "temp1_input");
     auto hanging = started("--deadline 100 monitor");
     const pid_t waiting = parent_of(reader());
-    await_rounds(1);
+    await("vekml_device_query_static_info"); // which is read before what hangs
     const auto asked = steady_clock::now();
     kill(waiting, SIGINT);
     EXPECT_EQ(hanging.get().status, 0);

@@ -1,17 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // The client as a person or a script meets it: a program that is run on a host.
 #include "client_host.h"
+#include "host_files.h"
 
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <csignal>
-#include <cstring>
-#include <fstream>
-#include <future>
 #include <pwd.h>
+#include <regex>
 #include <sys/syscall.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -61,10 +58,12 @@ TEST_F(client_test, lists_the_gpus)
 
 TEST_F(client_test, wrong_usage_is_one_line_and_1)
 {
-    host.add_gpu();
-    host.add_gpu();
-    const std::string wrong = R"(nonsense;list set 1;-i 2;-i 0000:09:00.0;-i 0x;-i --format csv;query --fields '';
-        query --fields temperature,nonsense;query --fields ,;monitor -n 0;monitor -c -1;monitor -c '';
+    add_gpus(2);
+    const std::string wrong = R"(nonsense;list set 1;-i 2;-i 0000:09:00.0;-i 0x;-i --format csv;-i 0, list;-i ,0 list;
+        -i 1-0 list;-i 2-3 list;-i 0,7 list;-i 03:00.1 list;-i 1-- list;query --fields '';query --fields ,;
+        query --fields temperature,nonsense;--deadline 0.009;--deadline 3601;--deadline nan;--deadline 1s;--deadline -1;
+        monitor -n 0;monitor -c 1 -n 0.009;monitor -c 1 -n 86401;monitor -c 1 -n inf;monitor -c '';monitor -c 1.5;
+        monitor -c -1;monitor -c 99999999999999999999;top --once -n 0.09;top --once -n 3601;ps --sort name;
         help nonsense;help list set;help fan set 1;fan set nonsense 1;dvfs set 1)"; // with two GPUs, it takes -i
     for (const std::string &arguments : lines(wrong, ';')) {
         const run_result result = veksmi(arguments);
@@ -91,9 +90,7 @@ TEST_F(client_test, wrong_usage_is_one_line_and_1)
 
 TEST_F(client_test, what_is_not_to_be_had_is_absent)
 {
-    veksim::gpu_config passive;
-    passive.fan_support = passive.power_support = false;
-    host.add_gpu(passive);
+    host.add_gpu({.fan_support = false, .power_support = false});
     host.remove(host.hwmon(0, "temp1_input"));
     host.make_directory(host.hwmon(0, "temp1_highest"));
     host.write(host.hwmon(0, "vek_gfx_freq_mhz"), "garbage\n");
@@ -121,8 +118,7 @@ TEST_F(client_test, what_is_not_to_be_had_is_absent)
 TEST_F(client_test, processes_of_all_gpus_by_memory)
 {
     const std::string me = getpwuid(static_cast<uid_t>(syscall(SYS_geteuid)))->pw_name; // whose the tree is
-    host.add_gpu();
-    host.add_gpu();
+    add_gpus(2);
     host.set_processes(0, {{101, "small", 10, 20}, {102, "large", 3000, 3001}});
     host.set_processes(1, {{103, "middle", 500, 600}});
     EXPECT_EQ(veksmi("ps --format csv").out, "index,pid,name,memory,memory_total,user,command,unit\n"
@@ -214,14 +210,10 @@ TEST_F(client_test, video_engines)
 
 TEST_F(client_test, the_manual_has_every_field)
 {
-    std::ifstream page(VEKSMI_MANUAL);
-    std::string manual(std::istreambuf_iterator<char>(page), {});
-    for (const char *marker : {"T{\n", "\nT}"}) // around what tbl shall fill
-        for (std::size_t at = 0; (at = manual.find(marker, at)) != manual.npos;)
-            manual.erase(at, strlen(marker));
+    // As tbl and a terminal show it: without the marks around what is filled.
+    std::string manual = std::regex_replace(slurp(VEKSMI_MANUAL), std::regex("T\\{\n|\nT\\}"), "");
+    manual = std::regex_replace(manual, std::regex("\\\\\\(de"), "°");
     std::replace(manual.begin(), manual.end(), '\n', ' ');
-    for (std::size_t at = 0; (at = manual.find("\\(de", at)) != manual.npos;)
-        manual.replace(at, 4, "°");
     const std::vector<std::string> fields = lines(veksmi("query --help-fields --format csv").out);
     for (auto line = fields.begin() + 1; line != fields.end(); ++line) {
         std::string row = " " + *line + " ";

@@ -1,40 +1,31 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the client offers to a shell for the last word of a line.
-#include "build_paths.h"
-#include "sim_host.h"
+#include "client_host.h"
 
 #include <array>
-#include <sstream>
 
 namespace {
 
 // Some seconds under sanitizers: a start of the client for each line.
-class completion_test : public sim_host {
+class completion_test : public client_host {
 protected:
     // The candidates, without their descriptions.
     std::string offered(const std::string &line)
     {
-        std::vector<std::string> command{VEKSMI_PATH, "--complete", ""};
-        for (const char c : line) {
-            if (c == ' ')
-                command.emplace_back();
-            else
-                command.back() += c;
-        }
+        std::vector<std::string> command = lines(line + " ", ' '); // which may end in an empty word
+        command.insert(command.begin(), {VEKSMI_PATH, "--complete"});
         const run_result result = run_on_host(command);
         EXPECT_EQ(result.status, 0) << line << "\n" << result.err;
-        std::istringstream stream(result.out);
-        std::string all;
-        for (std::string candidate; std::getline(stream, candidate);)
-            all += (all.empty() ? "" : " ") + candidate.substr(0, candidate.find('\t'));
-        return all;
+        std::vector<std::string> all;
+        for (const std::string &candidate : lines(result.out))
+            all.push_back(candidate.substr(0, candidate.find('\t')));
+        return joined(all, " ");
     }
 };
 
 TEST_F(completion_test, follows_the_line_to_its_last_word)
 {
-    host.add_gpu();
-    host.add_gpu();
+    add_gpus(2);
     const std::vector<std::array<std::string, 2>> cases = {
         {"p", "ps power pcie"},
         {"list", "list"},

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command.h"
 
+#include "argument_vector.h"
 #include "signals.h"
 
 #include <chrono>
@@ -66,11 +67,7 @@ std::vector<std::string> prepare_command(const options &wanted, const std::files
 
 int spawn(const std::vector<std::string> &command, pid_t *pid)
 {
-    std::vector<char *> argv;
-    argv.reserve(command.size() + 1);
-    for (const std::string &word : command)
-        argv.push_back(const_cast<char *>(word.c_str()));
-    argv.push_back(nullptr);
+    const std::vector<char *> argv = veksim::argument_vector(command);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     static const signal_set none{};

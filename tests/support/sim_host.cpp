@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim_host.h"
 #include "build_paths.h"
+#include "host_files.h"
+#include "text.h"
 
+#include "argument_vector.h"
 #include "veksim.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <fcntl.h>
 #include <pthread.h>
 #include <spawn.h>
-#include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -30,83 +30,33 @@ public:
     scratch_file &operator=(const scratch_file &) = delete;
 
     int descriptor() const { return fileno(file_); }
-
-    void put(const std::string &text)
-    {
-        std::fwrite(text.data(), 1, text.size(), file_);
-        std::fflush(file_);
-        std::rewind(file_);
-    }
-
-    std::string take()
-    {
-        std::string text;
-        std::rewind(file_);
-        char piece[4096];
-        for (std::size_t size = 0; (size = std::fread(piece, 1, sizeof piece, file_)) > 0;)
-            text.append(piece, size);
-        return text;
-    }
+    std::string text() const { return slurp("/proc/self/fd/" + std::to_string(descriptor())); }
 
 private:
     std::FILE *file_;
 };
 
-std::vector<char *> pointers(const std::vector<std::string> &texts)
-{
-    std::vector<char *> list;
-    list.reserve(texts.size() + 1);
-    for (const std::string &text : texts)
-        list.push_back(const_cast<char *>(text.c_str()));
-    list.push_back(nullptr);
-    return list;
-}
-
-std::vector<std::string> merged_environment(const environment &extra)
-{
-    std::vector<std::string> variables;
-    for (char **variable = environ; *variable != nullptr; ++variable) {
-        std::string text = *variable;
-        if (extra.count(text.substr(0, text.find('='))) == 0)
-            variables.push_back(text);
-    }
-    for (const auto &[name, value] : extra)
-        variables.push_back(std::string(name).append("=").append(value));
-    return variables;
-}
-
-// The emulator's command line; a program for the emulated machine must be loaded by it.
-std::vector<std::string> emulator()
-{
-    std::istringstream words(EMULATOR);
-    std::vector<std::string> command;
-    for (std::string word; std::getline(words, word, ';');)
-        command.push_back(word);
-    return command;
-}
-
 } // namespace
 
 std::vector<log_line> parse_log(const std::string &text)
 {
-    std::vector<log_line> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
+    std::vector<log_line> parsed;
+    for (const std::string &line : lines(text)) {
         const std::string tag = "][vekml]";
         std::size_t file = line.rfind("[DBG][", 0) == 0 ? line.find(tag) : std::string::npos;
         if (file == std::string::npos) {
-            if (!lines.empty())
-                lines.back().message += "\n" + line;
+            if (!parsed.empty())
+                parsed.back().message += "\n" + line;
             continue;
         }
         file += tag.size();
         std::size_t number = line.find('(', file);
         std::size_t function = line.find(")-<", number) + 3;
         std::size_t message = line.find(">: ", function);
-        lines.push_back(
+        parsed.push_back(
             {line.substr(file, number - file), line.substr(function, message - function), line.substr(message + 3)});
     }
-    return lines;
+    return parsed;
 }
 
 std::string standard_output(const std::function<void()> &action)
@@ -119,7 +69,7 @@ std::string standard_output(const std::function<void()> &action)
     std::fflush(stdout);
     dup2(kept, STDOUT_FILENO);
     close(kept);
-    return captured.take();
+    return captured.text();
 }
 
 int in_child(const std::function<int()> &action)
@@ -132,36 +82,36 @@ int in_child(const std::function<int()> &action)
     return status;
 }
 
-run_result run(std::vector<std::string> argv, const environment &extra, const std::string &input)
+run_result run(const std::vector<std::string> &argv, environment settings)
 {
-    std::vector<std::string> command = emulator();
-    environment settings = extra;
-    if (!command.empty() && settings.count("LD_PRELOAD") != 0) {
-        settings["QEMU_SET_ENV"] = "LD_PRELOAD=" + settings["LD_PRELOAD"];
-        settings.erase("LD_PRELOAD");
-    }
-    if (!command.empty())
+    const std::vector<std::string> emulator = lines(EMULATOR, ';');
+    if (!emulator.empty()) {
+        // A program for the emulated machine must be loaded by the emulator.
+        if (const auto preload = settings.extract("LD_PRELOAD"))
+            settings["QEMU_SET_ENV"] = "LD_PRELOAD=" + preload.mapped();
         settings.emplace("VEKSIM_EMULATOR", EMULATOR);
+    }
+    std::vector<std::string> command{"env"};
+    for (const auto &[name, value] : settings)
+        command.push_back(std::string(name).append("=").append(value));
+    command.insert(command.end(), emulator.begin(), emulator.end());
     command.insert(command.end(), argv.begin(), argv.end());
 
-    scratch_file in, out, err;
-    in.put(input);
+    scratch_file out, err;
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in.descriptor(), STDIN_FILENO);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, out.descriptor(), STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, err.descriptor(), STDERR_FILENO);
-    std::vector<std::string> variables = merged_environment(settings);
     pid_t pid = -1;
-    int error =
-        posix_spawnp(&pid, command[0].c_str(), &actions, nullptr, pointers(command).data(), pointers(variables).data());
+    int error = posix_spawnp(&pid, "env", &actions, nullptr, veksim::argument_vector(command).data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     run_result result;
     int status = 0;
     if (error == 0 && waitpid(pid, &status, 0) == pid)
         result.status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-    result.out = out.take();
-    result.err = err.take();
+    result.out = out.text();
+    result.err = err.text();
     return result;
 }
 
@@ -180,6 +130,12 @@ sim_host::~sim_host()
     veksim_use(nullptr);
 }
 
+void sim_host::add_gpus(int count)
+{
+    while (count-- > 0)
+        host.add_gpu();
+}
+
 vekml_device_t sim_host::start(unsigned index)
 {
     EXPECT_EQ(vekml_init(), VEKML_SUCCESS);
@@ -194,11 +150,11 @@ void sim_host::remove_first_choices()
         host.remove(host.card(0, node));
 }
 
-run_result sim_host::run_on_host(std::vector<std::string> argv, environment extra)
+run_result sim_host::run_on_host(const std::vector<std::string> &argv, environment settings)
 {
-    extra.emplace("VEKSIM_TREE", host.root().string());
-    extra.emplace("LD_PRELOAD", VEKSIM_PRELOAD);
-    return run(std::move(argv), extra);
+    settings.emplace("VEKSIM_TREE", host.root().string());
+    settings.emplace("LD_PRELOAD", VEKSIM_PRELOAD);
+    return run(argv, std::move(settings));
 }
 
 std::vector<std::string> sim_host::messages_of(const std::string &function) const
@@ -210,9 +166,9 @@ std::vector<std::string> sim_host::messages_of(const std::string &function) cons
     return messages;
 }
 
-bool sim_host::logged(const std::string &function, const std::string &message) const
+bool sim_host::logged(const std::string &function, const std::string &part) const
 {
     std::vector<std::string> messages = messages_of(function);
     return std::any_of(messages.begin(), messages.end(),
-                       [&](const std::string &text) { return text.find(message) != std::string::npos; });
+                       [&](const std::string &text) { return text.find(part) != std::string::npos; });
 }

@@ -52,12 +52,14 @@ struct run_result {
 using environment = std::map<std::string, std::string>;
 
 // Runs a program of this build (under the emulator when there is one) and waits for it.
-run_result run(std::vector<std::string> argv, const environment &extra = {}, const std::string &input = "");
+run_result run(const std::vector<std::string> &argv, environment settings = {});
 
 class sim_host : public ::testing::Test {
 protected:
     sim_host();
     ~sim_host() override;
+
+    void add_gpus(int count);
 
     // Starts the library on the host as it is now and gives the handle at INDEX (null when there is none).
     vekml_device_t start(unsigned index = 0);
@@ -66,12 +68,11 @@ protected:
     void remove_first_choices();
 
     // Runs a program of this build with this host beneath it.
-    run_result run_on_host(std::vector<std::string> argv, environment extra = {});
+    run_result run_on_host(const std::vector<std::string> &argv, environment settings = {});
 
     std::vector<log_line> log_lines() const { return parse_log(host.log()); }
     std::vector<std::string> messages_of(const std::string &function) const;
-    bool logged(const std::string &function,
-                const std::string &message) const; // the message contains MESSAGE
+    bool logged(const std::string &function, const std::string &part) const; // of a message
 
     veksim::host_tree host;
 };
