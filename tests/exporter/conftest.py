@@ -12,15 +12,13 @@ import subprocess
 import tempfile
 import time
 from pathlib import Path
-from typing import Any, Dict, Iterator, List, NamedTuple, Optional, Tuple
+from typing import IO, Any, Dict, Iterator, List, NamedTuple, Tuple
 
 import pytest
 from prometheus_client.openmetrics.parser import text_string_to_metric_families as openmetrics_families
 from prometheus_client.parser import text_string_to_metric_families as text_families
 
 ROOT = Path(__file__).resolve().parent.parent.parent
-EMULATOR = [word for word in os.environ.get("EMULATOR", "").split(";") if word]
-SLOWNESS = 8 if EMULATOR else 1
 OPENMETRICS = "application/openmetrics-text"
 
 Labels = Tuple[Tuple[str, str], ...]
@@ -45,24 +43,25 @@ def samples_of(page: str, openmetrics: bool = False) -> Dict[Tuple[str, Labels],
 
 
 class Exporter:
-    def __init__(self, process: "subprocess.Popen[str]") -> None:
-        self.process = process
-        self.lines: List[str] = []
-        assert process.stderr is not None
-        while not self.lines or "listening" not in self.lines[-1]:
-            line = process.stderr.readline()
-            assert line, f"the exporter ended: {self.lines}"
-            self.lines.append(line.strip())
-        self.address = self.lines[-1].rpartition(" ")[2]
+    """One that runs, and what it says on standard error."""
+
+    def __init__(self, command: List[str], **how: Any) -> None:
+        self.process = subprocess.Popen(command, text=True, stderr=subprocess.PIPE, **how)
+        self.said: IO[str] = self.process.stderr  # type: ignore[assignment]
+        self.lines = [self.said.readline()]
+        while "listening" not in self.lines[-1]:
+            assert self.lines[-1], f"the exporter ended: {self.lines}"
+            self.lines.append(self.said.readline())
+        self.address = self.lines[-1].split()[-1]
 
     def connect(self, context: Any = None) -> socket.socket:
         if self.address.startswith("unix:"):
             plain = socket.socket(socket.AF_UNIX)
-            plain.settimeout(10 * SLOWNESS)
+            plain.settimeout(10)
             plain.connect(self.address[len("unix:") :])
         else:
             host, _, port = self.address.rpartition(":")
-            plain = socket.create_connection((host.strip("[]"), int(port)), timeout=10 * SLOWNESS)
+            plain = socket.create_connection((host.strip("[]"), int(port)), timeout=10)
         return context.wrap_socket(plain, server_hostname="localhost") if context else plain
 
     def get(self, path: str = "/metrics", method: str = "GET", context: Any = None, **headers: str) -> Answer:
@@ -87,27 +86,18 @@ class Exporter:
 
     def stop(self) -> int:
         self.process.send_signal(signal.SIGTERM)
-        status = self.process.wait(timeout=20 * SLOWNESS)
-        assert self.process.stderr is not None
-        self.lines += [line.strip() for line in self.process.stderr]
+        status = self.process.wait(timeout=20)
+        self.lines += self.said
         return status
-
-
-def unhurried(arguments: Tuple[str, ...]) -> Tuple[str, ...]:
-    """With the usual deadline, longer under emulation, unless they name one."""
-    return arguments if "--deadline" in arguments else ("--deadline", str(0.5 * SLOWNESS), *arguments)
 
 
 class Host:
     """A tree with GPUs whose readings are at rest."""
 
-    def __init__(self, tree: Path) -> None:
+    def __init__(self, tree: Path, gpus: int) -> None:
         self.tree = tree
         self.exporters: List[Exporter] = []
-
-    def build(self, gpus: int) -> None:
-        subprocess.run([*EMULATOR, os.environ["VEKSIM"], "--gpus", str(gpus), "--still", "--tree", str(self.tree),
-                        "--", "true"], check=True, env={**os.environ, "VEKSIM_EMULATOR": ""})
+        subprocess.run([os.environ["VEKSIM"], "--gpus", str(gpus), "--still", "--tree", tree, "--", "true"], check=True)
 
     def card(self, node: str, card: int = 0) -> Path:
         return self.tree / "sys/class/drm" / f"card{card}" / node
@@ -126,22 +116,15 @@ class Host:
         return fault
 
     def command(self, *arguments: str) -> List[str]:
-        return [*EMULATOR, os.environ["VEKSIM"], "--tree", str(self.tree), "--", os.environ["EXPORTER"], *arguments]
-
-    def environment(self, **more: str) -> Dict[str, str]:
-        return {**os.environ, "VEKSIM_EMULATOR": " ".join(EMULATOR), **more}
+        return [os.environ["VEKSIM"], "--tree", str(self.tree), "--", os.environ["EXPORTER"], *arguments]
 
     def run(self, *arguments: str) -> "subprocess.CompletedProcess[str]":
-        return subprocess.run(self.command(*unhurried(arguments)), env=self.environment(), text=True, capture_output=True,
-                              timeout=60 * SLOWNESS)
+        return subprocess.run(self.command(*arguments), text=True, capture_output=True, timeout=60)
 
-    def export(self, *arguments: str, listen: Optional[str] = "127.0.0.1:0", **process: Any) -> Exporter:
+    def export(self, *arguments: str, listen: str = "127.0.0.1:0") -> Exporter:
         """Starts an exporter, on a port of its own unless told otherwise."""
-        listening = ["--listen", listen] if listen else []
-        started = Exporter(subprocess.Popen(self.command(*listening, *unhurried(arguments)), env=self.environment(), text=True,
-                                            stderr=subprocess.PIPE, **process))
-        self.exporters.append(started)
-        return started
+        self.exporters.append(Exporter(self.command("--listen", listen, *arguments)))
+        return self.exporters[-1]
 
 
 @pytest.fixture
@@ -149,8 +132,7 @@ def host(request: pytest.FixtureRequest) -> Iterator[Host]:
     """With two GPUs, or as many as the parameter says."""
     memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None  # trees in memory are quick
     directory = Path(tempfile.mkdtemp(dir=memory))
-    simulated = Host(directory / "host")
-    simulated.build(getattr(request, "param", 2))
+    simulated = Host(directory / "host", getattr(request, "param", 2))
     yield simulated
     for exporter in simulated.exporters:
         if exporter.process.poll() is None:
@@ -164,7 +146,7 @@ def promtool_objects_to(page: str) -> str:
 
 
 def until(told: Any, seconds: float = 15) -> None:
-    end = time.monotonic() + seconds * SLOWNESS
+    end = time.monotonic() + seconds
     while not told():
         assert time.monotonic() < end
         time.sleep(0.05)

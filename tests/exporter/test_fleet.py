@@ -56,11 +56,3 @@ def test_service_is_confined() -> None:
     settings = dict(line.split("=", 1) for line in unit.read_text().splitlines() if "=" in line and line[0] != "#")
     assert settings["PrivateNetwork"] == "yes" and settings["CapabilityBoundingSet"] == ""
     assert "ProtectProc" not in settings  # the names of processes are read from there
-
-
-def test_completions_know_every_option(host: Host) -> None:
-    folder = ROOT / "packaging/completion"
-    for option in set(re.findall(r"--([a-z-]+)", host.run("--help").stdout)):
-        assert f"--{option}" in (folder / "vekgpu-exporter.bash").read_text()
-        assert f"--{option}" in (folder / "_vekgpu-exporter").read_text()
-        assert f"-l {option} " in (folder / "vekgpu-exporter.fish").read_text()
