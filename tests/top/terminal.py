@@ -15,6 +15,7 @@ from typing import Callable, Dict, List, Optional
 
 import pyte
 
+
 class Screen(pyte.Screen):
     def scroll_up(self, count: int = 1) -> None:
         """Within the margins: what the reader of control sequences lacks."""
@@ -104,6 +105,12 @@ class Terminal:
             self.read(0.05)
         self.settle(0.05)
         return self.process.returncode
+
+    def leave(self, keys: str = "") -> None:
+        """Ends well, and leaves the terminal as it found it."""
+        self.type(keys)
+        assert self.end() == 0
+        assert self.is_restored()
 
     def is_restored(self) -> bool:
         """The line discipline is as it was, the cursor shows, and the screen is the one from before."""

@@ -63,9 +63,7 @@ def test_a_gpu_that_hangs_keeps_its_place_and_nobody_waiting(host: Host) -> None
         screen.wait_for("GPU 1  LOST since")
         (host.tree / "host/card1").rename(host.tree / "sys/class/drm/card1")
         screen.wait(lambda text: "LOST" not in text)
-        screen.type("q")
-        assert screen.end() == 0
-        assert screen.is_restored()
+        screen.leave("q")
 
 
 def test_keys_are_answered_while_the_first_round_hangs(host: Host) -> None:
@@ -77,9 +75,7 @@ def test_keys_are_answered_while_the_first_round_hangs(host: Host) -> None:
         screen.resize(60, 12)
         screen.type("\x1b")
         screen.wait_for("asking the GPUs")
-        screen.type("q")
-        assert screen.end() == 0
-        assert screen.is_restored()
+        screen.leave("q")
 
 
 def test_a_reader_that_crashes_harms_no_terminal(host: Host) -> None:
@@ -90,8 +86,7 @@ def test_a_reader_that_crashes_harms_no_terminal(host: Host) -> None:
         screen.wait_for("CRASHED since")
         screen.wait(lambda text: "CRASHED" not in text)  # started anew
         os.kill(client, signal.SIGTERM)
-        assert screen.end() == 0
-        assert screen.is_restored()
+        screen.leave()
 
 
 def test_once(host: Host) -> None:
