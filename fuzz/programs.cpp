@@ -155,7 +155,7 @@ std::vector<target> all_targets()
             {"completion", "tools/veksmi/completion.cpp", complete, lines},
             {"mask", "tools/veksmi/report_mask.cpp", mask, texts_to_mask()},
             {"fields",
-             readings + "read_field.cpp",
+             readings + "pci_link.cpp",
              read_fields,
              {"48\n", "16.0 GT/s PCIe\n", "1 2 3 4\n5 6 7 8\n", "RxErr 1\nTOTAL_ERR_FATAL 12\n", "unknown\n"},
              add_gpu},

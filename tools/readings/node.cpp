@@ -52,7 +52,7 @@ std::variant<std::string, missing> read_node(const std::string &path)
     return std::string(text.data(), static_cast<std::size_t>(length));
 }
 
-value number_in(const std::string &path)
+value number_in(const std::string &path, std::int64_t lowest, std::int64_t highest)
 {
     const auto found = read_node(path);
     if (const auto *why = std::get_if<missing>(&found))
@@ -60,21 +60,9 @@ value number_in(const std::string &path)
     const std::string_view text = trimmed(std::get<std::string>(found));
     std::int64_t number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (text.empty() || error != std::errc() || end != text.data() + text.size())
+    if (text.empty() || error != std::errc() || end != text.data() + text.size() || number < lowest || number > highest)
         return missing{reason::malformed, 0, path};
     return number;
-}
-
-const missing *lacks_number(const std::string &path, missing &why, std::int64_t lowest, std::int64_t highest)
-{
-    const value found = number_in(path);
-    if (const missing *none = why_missing(found))
-        why = *none;
-    else if (const std::int64_t number = std::get<std::int64_t>(found); number < lowest || number > highest)
-        why = {reason::malformed, 0, path};
-    else
-        return nullptr;
-    return &why;
 }
 
 } // namespace readings

@@ -13,10 +13,8 @@ namespace readings {
 std::variant<std::string, missing> read_node(const std::string &path);
 missing lacking(const std::string &path, int error); // what ERROR of a call on a node means
 
-// Why there is no whole number between the bounds in the node; no reason when there is.
-const missing *lacks_number(const std::string &path, missing &why,
-                            std::int64_t lowest = std::numeric_limits<std::int32_t>::min(),
-                            std::int64_t highest = std::numeric_limits<std::int32_t>::max());
-value number_in(const std::string &path);
+// The whole number between the bounds in the node.
+value number_in(const std::string &path, std::int64_t lowest = std::numeric_limits<std::int64_t>::min(),
+                std::int64_t highest = std::numeric_limits<std::int64_t>::max());
 
 } // namespace readings

@@ -8,7 +8,5 @@ namespace readings {
 
 // What a reader says of a field; missing for those that are known without one.
 value read_field(const field &wanted, gpu &g);
-// Why the library did not give what it was asked for. NODE is the one that it would have read.
-missing refusal(vekml_return_t result, std::string node = {});
 
 } // namespace readings

@@ -34,9 +34,8 @@ vekml_return_t set_temperature_mode(vekml_device_t handle, const char *text)
     const vekml_return_t result = set_temperature<crtl_mode_type, &temper_set::ctrl_mode>(handle, text);
     temper_info now{};
     vekml_device_get_temper(handle, &now, crtl_mode_type);
-    missing why;
     const std::string node = gpu(handle, false).hwmon_node("temp1_ctrl_mode");
-    const bool taken = lacks_number(node, why) == nullptr && std::to_string(now.ctrl_mode) == text;
+    const bool taken = is_present(number_in(node)) && std::to_string(now.ctrl_mode) == text;
     return result == VEKML_SUCCESS && !taken ? VEKML_ERROR_NODE_IO : result;
 }
 
