@@ -49,12 +49,8 @@ def run(tree, arguments):
                           check=False)
 
 
-def field_list():
-    with tempfile.TemporaryDirectory() as empty:
-        return json.loads(run(empty, "query --help-fields").stdout)
-
-
-fields = field_list()
+with tempfile.TemporaryDirectory() as empty:
+    fields = json.loads(run(empty, "query --help-fields").stdout)
 units = {row["field"]: row["unit"] for row in fields["fields"]}
 commands = {
     "readings": ["", "list", "info", "query", "query --fields " + ",".join(units), "monitor -c 2 -n 0.2", "ps", "temp",
@@ -68,55 +64,38 @@ commands = {
 }
 
 
-def write(path, text):
-    if path.is_dir() and not path.is_symlink():
-        for child in sorted(path.rglob("*"), reverse=True):
-            child.rmdir() if child.is_dir() else child.unlink()
-        path.rmdir()
-    path.unlink(missing_ok=True)
-    path.parent.mkdir(parents=True, exist_ok=True)
-    path.write_bytes(text)
+ODD = b'\xff\xfe"\\\x1b]0;x\x07\x7f\xc2\x9b31m\xe2\x80\xae,\r\n\x00'
+odd_texts = {"sys/class/drm/card0/vek_product_name": ODD, node + "local_cpulist": ODD,
+             **{hwmon + name: ODD for name in ("vek_chip_id", "temp1_input", "vek_gfx_freq_mhz", "vek_pcie_mmbar_type")},
+             node + "current_link_speed": b"Unknown\n", node + "numa_node": b"-1\n"}
+lacking = [hwmon + "temp1_input", hwmon + "fan1_input", hwmon + "power1_average", node + "gpu_util_info"]
+without_nodes = {**dict.fromkeys(lacking), "host/euid": b"1000\n", "host/requests/card0/*": b"errno 16\n"}
 
 
-def odd_texts(tree):
-    odd = b'\xff\xfe"\\\x1b]0;x\x07\x7f\xc2\x9b31m\xe2\x80\xae,\r\n\x00'
-    for name in ("device/vek_product_name", "vek_product_name"):
-        write(tree / "sys/class/drm/card0" / name, odd)
-    for name in ("vek_chip_id", "temp1_input", "vek_gfx_freq_mhz", "vek_pcie_mmbar_type"):
-        write(tree / hwmon / name, odd)
-    write(tree / node / "local_cpulist", odd)
-    write(tree / node / "current_link_speed", b"Unknown\n")
-    write(tree / node / "numa_node", b"-1\n")
+def damage(tree, texts):
+    for pattern, text in texts.items():
+        for path in list(tree.glob(pattern)) or [tree / pattern]:
+            path.unlink(missing_ok=True)
+            if text is not None:
+                path.parent.mkdir(parents=True, exist_ok=True)
+                path.write_bytes(text)
 
 
-def without_nodes(tree):
-    for name in ("temp1_input", "fan1_input", "power1_average"):
-        (tree / hwmon / name).unlink()
-    (tree / node / "gpu_util_info").unlink(missing_ok=True)
-    write(tree / "host/euid", b"1000\n")
-    for request in (tree / "host/requests/card0").glob("*"):
-        write(request, b"errno 16\n")
-
-
-# Options of veksim, options of veksmi, what is done to the tree, the states to be seen.
+# Options of veksim, options of veksmi, the states to be seen, what files of the tree become.
+impatient = "--deadline 1"
 hosts = {
-    "two GPUs": ("--gpus 2", "", lambda tree: None, {"ok"}),
-    "another two": ("--gpus 2 --distinct", "", lambda tree: None, {"ok"}),
-    "no GPU": ("--gpus 0", "", lambda tree: None, set()),
-    "no driver": ("--no-driver", "", lambda tree: None, set()),
-    "out of band": ("--no-driver", "--out-of-band", lambda tree: None, {"ok"}),
-    "one GPU stuck": ("--gpus 2", "--deadline 1",
-                      lambda tree: write(tree / "host/stuck" / hwmon / "temp1_input", b""), {"ok", "stuck"}),
-    "a GPU that never starts": ("--gpus 2", "--deadline 1",
-                                lambda tree: write(tree / "host/stuck" / hwmon / "vek_device_model", b""),
-                                {"ok", "stuck"}),
-    "a card of which nothing answers": ("--gpus 2", "--deadline 1",
-                                        lambda tree: write(tree / "host/stuck/sys/class/drm/card0", b""),
-                                        {"ok", "stuck"}),
-    "one asleep": ("--gpus 2", "", lambda tree: write(tree / node / "power/runtime_status", b"suspended\n"),
-                   {"ok", "asleep"}),
-    "odd texts": ("--gpus 1", "", odd_texts, {"ok"}),
-    "missing nodes": ("--gpus 2", "", without_nodes, {"ok"}),
+    "two GPUs": ("--gpus 2", "", {"ok"}, {}),
+    "another two": ("--gpus 2 --distinct", "", {"ok"}, {}),
+    "no GPU": ("--gpus 0", "", set(), {}),
+    "no driver": ("--no-driver", "", set(), {}),
+    "out of band": ("--no-driver", "--out-of-band", {"ok"}, {}),
+    "one GPU stuck": ("--gpus 2", impatient, {"ok", "stuck"}, {f"host/stuck/{hwmon}temp1_input": b""}),
+    "a GPU that never starts": ("--gpus 2", impatient, {"ok", "stuck"}, {f"host/stuck/{hwmon}vek_device_model": b""}),
+    "a card of which nothing answers": ("--gpus 2", impatient, {"ok", "stuck"},
+                                        {"host/stuck/sys/class/drm/card0": b""}),
+    "one asleep": ("--gpus 2", "", {"ok", "asleep"}, {node + "power/runtime_status": b"suspended\n"}),
+    "odd texts": ("--gpus 1", "", {"ok"}, odd_texts),
+    "missing nodes": ("--gpus 2", "", {"ok"}, without_nodes),
 }
 
 
@@ -154,20 +133,16 @@ def check(tree, options, kind, command):
 
 def main():
     faults = []
-    listed = {row["field"]: row["help"] for row in fields["fields"]}
-    for key in head:
-        listed.pop(key)
-    in_file = {key: part["description"] for key, part in described.items()}
-    for key in ("processes", "codecs", "missing"):
-        in_file.pop(key)
-    if listed != in_file:
-        differences = sorted(set(listed.items()) ^ set(in_file.items()))
-        faults.append(f"the file and query --help-fields differ in {differences}")
-    for host, (sim_options, options, damage, expected) in hosts.items():
+    listed = {(row["field"], row["help"]) for row in fields["fields"] if row["field"] not in head}
+    in_file = {(key, part["description"]) for key, part in described.items()
+               if key not in ("processes", "codecs", "missing")}
+    if differences := listed ^ in_file:
+        faults.append(f"the file and query --help-fields differ in {sorted(differences)}")
+    for host, (sim_options, options, expected, texts) in hosts.items():
         with tempfile.TemporaryDirectory() as above, ThreadPoolExecutor(4) as pool:
             tree = pathlib.Path(above) / "tree"
             subprocess.run([veksim, "--still", "--tree", str(tree), *sim_options.split(), "--", "true"], check=True)
-            damage(tree)
+            damage(tree, texts)
             (tree / "host/pauses").touch()
             jobs = [(tree, options, kind, command) for kind in commands for command in commands[kind]]
             seen = set()
