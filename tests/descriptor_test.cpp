@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A program may have closed its standard descriptors; what is then printed must not reach a file of the library's. Nor
 // may a program that it starts get hold of one.
+#include "calls.h"
 #include "sim_host.h"
 
 #include <dlfcn.h>
@@ -36,19 +37,12 @@ TEST_F(descriptor_test, no_file_of_ours_is_a_standard_one)
     host.set_packages("ii  vekgpu-driver 1.2.3-45 arm64\n");
     host.instant_pauses();
     const auto session = [] {
-        const auto record = std::make_unique<vekml_device_query_t>();
-        const auto codecs = std::make_unique<Vpu_codec_info_st>();
-        temper_info temperatures;
-        vekml_driver_version_t driver;
         char release[20];
         vekml_init();
-        vekml_device_t gpu = &globals.devices[0];
-        vekml_device_query_two_parts(gpu, record.get());
-        vekml_device_query(gpu, record.get());
-        vekml_device_get_temper_info(gpu, &temperatures);
-        vekml_device_get_driver_version(gpu, &driver);
-        vekml_device_set_power_warn(gpu, "150");
-        taken += vekml_device_get_vpu_info(gpu, codecs.get()) != VEKML_SUCCESS;
+        for (const std::vector<call> &calls : {readers, setters})
+            for (const call &one : calls)
+                one.run(&globals.devices[0], std::string(one.size + 1, '\0').data());
+        taken += globals.devices[0].vpu_codec_info.valid != 1;
         vekml_device_get_driver_release_version(release, sizeof release - 1);
         taken += std::string(release) != "1.2.3";
         vekml_shutdown();

@@ -268,21 +268,17 @@ TEST_F(handle_test, accessors_check_what_they_promise_and_leave_no_trace)
     EXPECT_EQ(std::tie(pci.domain, pci.bus, pci.device, pci.bdfid, pci.function), std::make_tuple(0u, 3u, 0u, 0u, 0u));
     EXPECT_STREQ(pci.busId, "0000:03:00.0");
 
-    const struct {
-        vekml_return_t (*get)(vekml_device_t, std::uint32_t *);
-        std::uint32_t expected;
-    } links[] = {
+    const std::pair<vekml_return_t (*)(vekml_device_t, std::uint32_t *), std::uint32_t> links[] = {
         {vekml_device_get_pcie_speed, 16},
         {vekml_device_get_curr_pcie_link_width, 8},
         {vekml_device_get_pcie_link_max_speed, 16},
         {vekml_device_get_max_pcie_link_width, 8},
         {vekml_device_get_curr_pcie_link_generation, 4},
-        {vekml_device_get_max_pcie_link_generation, 4},
-    };
-    for (const auto &link : links) {
-        EXPECT_EQ(link.get(nullptr, &value), VEKML_ERROR_INVALID_ARGUMENT);
-        EXPECT_EQ(link.get(gpu, &value), VEKML_SUCCESS);
-        EXPECT_EQ(value, link.expected);
+        {vekml_device_get_max_pcie_link_generation, 4}};
+    for (const auto &[get, expected] : links) {
+        EXPECT_EQ(get(nullptr, &value), VEKML_ERROR_INVALID_ARGUMENT);
+        EXPECT_EQ(get(gpu, &value), VEKML_SUCCESS);
+        EXPECT_EQ(value, expected);
     }
     EXPECT_EQ(host.log(), log_before);
 }

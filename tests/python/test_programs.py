@@ -57,13 +57,6 @@ def to_datetime(times, unit):
     assert host.python(f"{example} 0 1", PYTHONPATH=path).out == "gpu [0, 1] s\nfigures\n"
 
 
-def test_the_readme_shows_what_runs(host: Host) -> None:
-    example = re.search(r"```python\n(.*?)```", (ROOT / "README.md").read_text(), re.DOTALL)
-    assert example
-    run = host.python(example[1])
-    assert run.err == "" and run.out.startswith("TALON-M1 48 2063618048 (Process(")
-
-
 def test_everything_public_is_documented() -> None:
     told = {name: inspect.getdoc(getattr(vekgpu_ml, name)) for name in vekgpu_ml.__all__}
     for kind in (vekgpu_ml.Gpu, vekgpu_ml.Session):
