@@ -58,6 +58,34 @@ void add_broken_gpu(host_tree &host)
     host.remove("/sys/dev/char/226:0"); // a failure that the library has no name for
 }
 
+// One for each finding of health, at its threshold and short of it.
+void add_ailing_gpus(host_tree &host)
+{
+    using config = veksim::gpu_config;
+    using state = veksim::gpu_state;
+    void (*const ails[])(config &, state &) = {
+        [](config &, state &s) { s.temperature = 89; },
+        [](config &, state &s) { s.temperature = 90; },
+        [](config &, state &s) { s.temperature = 95; },
+        [](config &, state &s) { s.temperature = 59, s.fan_rpm = 0; },
+        [](config &, state &s) { s.temperature = 60, s.fan_rpm = 99; },
+        [](config &, state &s) { s.temperature = 60, s.fan_rpm = 100; },
+        [](config &, state &s) { s.memory_errors[2][0] = 1, s.memory_errors[0][1] = 2; },
+        [](config &, state &s) { s.memory_errors[1][2] = 1, s.aer_totals[0] = 1000; },
+        [](config &, state &s) { s.aer_totals[0] = 1001; },
+        [](config &, state &s) { s.aer_totals[1] = 1, s.aer_totals[2] = 3; },
+        [](config &c, state &) { c.current_link_width = 4; },
+        [](config &c, state &) { c.current_link_speed = "8.0 GT/s PCIe"; }, // it idles
+        [](config &c, state &s) { c.current_link_speed = "8.0 GT/s PCIe", s.gpu.active = 500000; },
+    };
+    for (const auto ail : ails) {
+        config c;
+        state s;
+        ail(c, s);
+        host.add_gpu(c, s);
+    }
+}
+
 void add_lost_gpu(host_tree &host)
 {
     host.add_gpu();
@@ -70,14 +98,15 @@ const std::map<std::string, void (*)(host_tree &)> hosts = {
     {"a GPU", [](host_tree &host) { host.add_gpu(); }},
     {"a lost GPU", add_lost_gpu},
     {"a broken GPU without a fan", add_broken_gpu},
+    {"GPUs with or without a finding", add_ailing_gpus},
     {"two GPUs", add_two_gpus},
     {"two GPUs without equal readings", add_distinct_gpus},
     {"two GPUs without equal readings and without the driver", add_bare_gpus},
 };
-const std::map<std::string, void (*)(host_tree &, const std::string &)> changes = {
-    {"remove", [](host_tree &host, const std::string &path) { host.remove(path); }},
-    {"hang", [](host_tree &host, const std::string &node) { host.stick(node); }},
-    {"user", [](host_tree &host, const std::string &id) { host.set_euid(std::stoi(id)); }},
+const std::map<std::string, void (*)(host_tree &, const std::string &path, const std::string &text)> changes = {
+    {"hang", [](host_tree &host, const std::string &path, const std::string &) { host.stick(path); }},
+    {"remove", [](host_tree &host, const std::string &path, const std::string &) { host.remove(path); }},
+    {"write", [](host_tree &host, const std::string &path, const std::string &text) { host.write(path, text + "\n"); }},
 };
 
 // JSON with a line for each key, and no times.
@@ -115,15 +144,17 @@ TEST_F(client_transcript_test, the_client_says_what_is_recorded)
     std::string session;
     std::unique_ptr<host_tree> on;
     for (const std::string &line : lines(slurp(CLIENT_TRANSCRIPT))) {
-        const bool begins = line.starts_with("==== "), changing = line.starts_with("% "), asks = line.starts_with("$ ");
-        if (begins || changing || asks)
+        const bool begins = line.starts_with("==== "), changes_it = line.starts_with("% "),
+                   asks = line.starts_with("$ ");
+        if (begins || changes_it || asks)
             session += line + "\n";
         if (begins) {
             on = std::make_unique<host_tree>();
             on->set_euid(0);
             hosts.at(line.substr(5))(*on);
-        } else if (changing) {
-            changes.at(words(line)[1])(*on, words(line)[2]);
+        } else if (changes_it) {
+            const std::vector<std::string> word = words(line + " -");
+            changes.at(word[1])(*on, word[2], word[3]);
         } else if (asks) {
             session += said(line.substr(std::strlen("$ veksmi")), *on);
         }
