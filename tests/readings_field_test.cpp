@@ -26,13 +26,6 @@ void PrintTo(const missing &none, std::ostream *stream)
 
 namespace {
 
-// A node of a GPU: its own directory, the card's or the whole host's.
-enum class at { hwmon, card, host };
-struct place {
-    at where;
-    const char *name;
-};
-
 class readings_field_test : public sim_host {
 protected:
     readings_field_test()
@@ -48,10 +41,8 @@ protected:
     }
     ~readings_field_test() override { present_units() = {}; }
 
-    std::string path_of(const place &p) const
-    {
-        return p.where == at::host ? p.name : p.where == at::card ? host.card(0, p.name) : host.hwmon(0, p.name);
-    }
+    std::string card(const char *node) const { return host.card(0, node); }
+    std::string hwmon(const char *node) const { return host.hwmon(0, node); }
     // The readings of a library started on the host as it is now.
     readings::gpu &begin(bool driverless = false)
     {
@@ -106,100 +97,84 @@ TEST_F(readings_field_test, a_healthy_gpu_says_everything)
         EXPECT_EQ(read(key), expected) << key;
 }
 
-// What may stand in a node of a field, and what is then said of it.
-struct content {
-    const char *text;
-    value expected;
-};
-
 TEST_F(readings_field_test, a_node_has_a_value_or_a_reason)
 {
+    // What may stand in a node of a field, and what is then said of it.
+    using contents = std::vector<std::pair<std::string, value>>;
     const missing malformed{reason::malformed}, unsupported{reason::unsupported};
-    const std::vector<content> number = {{"\n", malformed},
-                                         {"", malformed},
-                                         {"48 rpm\n", malformed},
-                                         {"-\n", malformed},
-                                         {"4294967295\n", malformed},
-                                         {"0x30\n", malformed},
-                                         {"99999999999999999999\n", malformed},
-                                         {"\xff\xfe\n", malformed}};
-    const std::vector<content> positive = {{"-1\n", malformed}, {"7\n", std::int64_t{7}}, {"0\n", std::int64_t{0}}};
-    const std::vector<content> text = {{"\n", malformed}, {" \t\n", malformed}};
-    const std::vector<content> total = {
+    const contents none;
+    const contents number = {{"\n", malformed},         {"", malformed},
+                             {"48 rpm\n", malformed},   {"-\n", malformed},
+                             {"0x30\n", malformed},     {"4294967295\n", malformed},
+                             {"\xff\xfe\n", malformed}, {"99999999999999999999\n", malformed}};
+    const contents positive = {{"-1\n", malformed}, {"7\n", std::int64_t{7}}, {"0\n", std::int64_t{0}}};
+    const contents degrees = {{"-40\n", std::int64_t{-40}}, {"95\n", std::int64_t{95}}};
+    const contents flags = {{"5\n", std::vector<std::uint64_t>{1, 0, 1, 0, 0, 0}}};
+    const contents width = {{"0\n", malformed}, {"16\n", std::int64_t{16}}, {"255\n", malformed}};
+    const contents numa = {{"-1\n", unsupported}, {"1\n", std::int64_t{1}}};
+    const contents text = {{"\n", malformed}, {" \t\n", malformed}};
+    const contents known = {{"unknown\n", unsupported}, {"D3hot\n", "D3hot"}};
+    const contents speed = {{"Unknown\n", unsupported},
+                            {"fast\n", malformed},
+                            {"-1\n", malformed},
+                            {"nan\n", malformed},
+                            {"2.5 GT/s PCIe\n", 2.5}};
+    const contents generation = {{"32.0 GT/s PCIe\n", std::uint64_t{5}}, {"Unknown\n", unsupported}};
+    const contents total = {
         {"\n", malformed}, {"RxErr 1\n", malformed}, {"TOTAL_ERR_", malformed}, {"4294967295\n", malformed}};
-    const std::vector<content> counted = {{"\n", malformed}, {"a b c d\n", malformed}};
+    const contents many = {{"RxErr 1\nTOTAL_ERR_COR 4000000000\n", std::uint64_t{4000000000}},
+                           {"TOTAL_ERR_COR x\n", malformed}};
+    const contents counted = {{"\n", malformed}, {"a b c d\n", malformed}};
+    const std::vector<std::uint64_t> seven = {7};
+    const contents first = {{"7 0 0 0\n", seven}, {"7\n", seven}}, last = {{"7\n", malformed}};
     const struct {
         const char *key;
-        place node;
-        std::vector<content> common;
-        std::vector<content> own;
+        std::string node;
+        const contents &common, &own;
     } rows[] = {
-        {"temperature", {at::hwmon, "temp1_input"}, number, {{"-40\n", std::int64_t{-40}}}},
-        {"temperature_max", {at::hwmon, "temp1_max"}, number, {{"95\n", std::int64_t{95}}}},
-        {"memory_temperature", {at::hwmon, "vek_gddr_temp"}, number, {{"52\n", std::int64_t{52}}}},
-        {"thermal_slowdown", {at::hwmon, "vek_slowdown_temp"}, number, {}},
-        {"thermal_shutdown_enabled", {at::hwmon, "vek_enable_thm_shutdown"}, number, positive},
-        {"dvfs_enabled", {at::card, "vek_enable_dvfs"}, number, {{"-1\n", malformed}, {"0\n", std::int64_t{0}}}},
-        {"fan_speed", {at::hwmon, "fan1_input"}, number, positive},
-        {"fan_speed_max", {at::hwmon, "fan1_max"}, number, positive},
-        {"fan_mode", {at::hwmon, "fan1_ctrl_mode"}, number, positive},
-        {"power", {at::hwmon, "power1_average"}, number, positive},
-        {"power_total", {at::hwmon, "vek_total_power"}, number, positive},
-        {"power_cap", {at::hwmon, "power1_cap"}, number, positive},
-        {"voltage", {at::hwmon, "in0_input"}, number, positive},
-        {"current", {at::hwmon, "curr1_input"}, number, positive},
-        {"gfx_clock_mhz", {at::hwmon, "vek_gfx_freq_mhz"}, number, positive},
-        {"pcie_event", {at::hwmon, "vek_pcie_event"}, number, positive},
-        {"pcie_event_flags",
-         {at::hwmon, "vek_pcie_event"},
-         number,
-         {{"5\n", std::vector<std::uint64_t>{1, 0, 1, 0, 0, 0}}}},
-        {"pcie_width",
-         {at::card, "device/current_link_width"},
-         number,
-         {{"0\n", malformed}, {"16\n", std::int64_t{16}}, {"255\n", malformed}}},
-        {"pcie_speed_gts",
-         {at::card, "device/current_link_speed"},
-         text,
-         {{"Unknown\n", unsupported},
-          {"fast\n", malformed},
-          {"-1\n", malformed},
-          {"nan\n", malformed},
-          {"2.5 GT/s PCIe\n", 2.5}}},
-        {"pcie_generation_max",
-         {at::card, "device/max_link_speed"},
-         text,
-         {{"32.0 GT/s PCIe\n", std::uint64_t{5}}, {"Unknown\n", unsupported}}},
-        {"pcie_corrected_errors",
-         {at::card, "device/aer_dev_correctable"},
-         total,
-         {{"RxErr 1\nTOTAL_ERR_COR 4000000000\n", std::uint64_t{4000000000}}, {"TOTAL_ERR_COR x\n", malformed}}},
-        {"pcie_fatal_errors", {at::card, "device/aer_dev_fatal"}, total, {}},
-        {"numa_node", {at::card, "device/numa_node"}, number, {{"-1\n", unsupported}, {"1\n", std::int64_t{1}}}},
-        {"power_state", {at::card, "device/power_state"}, text, {{"D3hot\n", "D3hot"}, {"unknown\n", unsupported}}},
-        {"crc_write_errors",
-         {at::card, "device/gddr_crc"},
-         counted,
-         {{"7 0 0 0\n", std::vector<std::uint64_t>{7}}, {"7\n", std::vector<std::uint64_t>{7}}}},
-        {"crc_read_retries", {at::card, "device/gddr_crc"}, counted, {{"7\n", malformed}}},
-        {"uuid", {at::hwmon, "vek_chip_id"}, text, {{"unknown\n", unsupported}}},
-        {"primary_id", {at::hwmon, "vek_gpu_primary_id"}, text, {}},
-        {"pcie_memory_bar", {at::hwmon, "vek_pcie_mmbar_type"}, text, {}},
-        {"name", {at::card, "vek_product_name"}, text, {}},
+        {"temperature", hwmon("temp1_input"), number, degrees},
+        {"temperature_max", hwmon("temp1_max"), number, degrees},
+        {"memory_temperature", hwmon("vek_gddr_temp"), number, degrees},
+        {"thermal_slowdown", hwmon("vek_slowdown_temp"), number, none},
+        {"thermal_shutdown_enabled", hwmon("vek_enable_thm_shutdown"), number, positive},
+        {"dvfs_enabled", card("vek_enable_dvfs"), number, positive},
+        {"fan_speed", hwmon("fan1_input"), number, positive},
+        {"fan_speed_max", hwmon("fan1_max"), number, positive},
+        {"fan_mode", hwmon("fan1_ctrl_mode"), number, positive},
+        {"power", hwmon("power1_average"), number, positive},
+        {"power_total", hwmon("vek_total_power"), number, positive},
+        {"power_cap", hwmon("power1_cap"), number, positive},
+        {"voltage", hwmon("in0_input"), number, positive},
+        {"current", hwmon("curr1_input"), number, positive},
+        {"gfx_clock_mhz", hwmon("vek_gfx_freq_mhz"), number, positive},
+        {"pcie_event", hwmon("vek_pcie_event"), number, positive},
+        {"pcie_event_flags", hwmon("vek_pcie_event"), number, flags},
+        {"pcie_width", card("device/current_link_width"), number, width},
+        {"pcie_speed_gts", card("device/current_link_speed"), text, speed},
+        {"pcie_generation_max", card("device/max_link_speed"), text, generation},
+        {"pcie_corrected_errors", card("device/aer_dev_correctable"), total, many},
+        {"pcie_fatal_errors", card("device/aer_dev_fatal"), total, none},
+        {"numa_node", card("device/numa_node"), number, numa},
+        {"power_state", card("device/power_state"), text, known},
+        {"crc_write_errors", card("device/gddr_crc"), counted, first},
+        {"crc_read_retries", card("device/gddr_crc"), counted, last},
+        {"uuid", hwmon("vek_chip_id"), text, known},
+        {"primary_id", hwmon("vek_gpu_primary_id"), text, none},
+        {"pcie_memory_bar", hwmon("vek_pcie_mmbar_type"), text, none},
+        {"name", card("vek_product_name"), text, none},
     };
     for (const auto &row : rows) {
-        const std::string node = path_of(row.node), before = host.read(node);
+        const std::string &node = row.node, before = host.read(node);
         const auto expect = [&](value expected, const std::string &situation) {
             if (auto *why = std::get_if<missing>(&expected))
                 why->node = node;
             EXPECT_EQ(fresh(row.key), expected) << row.key << " with " << situation;
         };
-        for (const auto *contents : {&row.common, &row.own}) {
-            for (const content &c : *contents) {
-                host.write(node, c.text);
-                expect(c.expected, testing::PrintToString(c.text));
+        for (const contents &held : {row.common, row.own})
+            for (const auto &[content, expected] : held) {
+                host.write(node, content);
+                expect(expected, testing::PrintToString(content));
             }
-        }
         for (const auto &[error, why] : {std::pair{EACCES, reason::denied},
                                          {EPERM, reason::denied},
                                          {EIO, reason::failed},
@@ -219,23 +194,18 @@ TEST_F(readings_field_test, a_node_has_a_value_or_a_reason)
 // What the library has another source for is missing when that is, too.
 TEST_F(readings_field_test, the_last_source_decides)
 {
-    const auto on_card = [&](const char *node) { return host.card(0, node); };
-    const std::string load = on_card("device/gpu_util_info"), memory = on_card("device/gpu_mem_util_info"),
-                      facts = on_card("device/gpu_static_info"), version = on_card("version");
-    const auto fail_requests = [&] {
-        for (const veksim::card_request &each : veksim::card_requests)
-            host.fail_request(0, each, EBUSY);
-        host.remove("/sys/kernel/debug");
-    };
-    host.remove(load);
-    host.remove(memory);
-    host.remove(facts);
+    const std::string load = card("device/gpu_util_info"), memory = card("device/gpu_mem_util_info"),
+                      facts = card("device/gpu_static_info"), version = card("version");
+    for (const std::string &node : {load, memory, facts})
+        host.remove(node);
     EXPECT_EQ(fresh("gpu_util_percent"), value(std::uint64_t{37}));
     EXPECT_TRUE(is_present(fresh("memory_used")));
     EXPECT_EQ(fresh("memory_devices"), value(std::uint64_t{4}));
     host.remove(host.hwmon(0, "vek_gddr_count"));
     EXPECT_EQ(fresh("memory_devices"), value(std::uint64_t{4}));
-    fail_requests();
+    for (const veksim::card_request &each : veksim::card_requests)
+        host.fail_request(0, each, EBUSY);
+    host.remove("/sys/kernel/debug");
     for (const auto &[key, node] : {std::pair{"gpu_util_percent", load},
                                     {"memory_used", memory},
                                     {"memory_util_percent", memory},
@@ -264,10 +234,8 @@ TEST_F(readings_field_test, the_last_source_decides)
 
 TEST_F(readings_field_test, what_the_gpu_says_it_has_not_is_unsupported)
 {
-    veksim::gpu_config bare;
-    bare.fan_support = bare.power_support = false;
     veksim::host_tree other;
-    other.add_gpu(bare);
+    other.add_gpu({.fan_support = false, .power_support = false});
     veksim_use(other.root().c_str());
     for (const auto &[key, node] : {std::pair{"fan_speed", "fan1_input"},
                                     {"fan_mode", "fan1_ctrl_mode"},
@@ -278,10 +246,10 @@ TEST_F(readings_field_test, what_the_gpu_says_it_has_not_is_unsupported)
 
 TEST_F(readings_field_test, debugfs_is_for_root)
 {
-    host.remove(host.card(0, "device/gpu_util_info"));
+    host.remove(card("device/gpu_util_info"));
     host.fail_request(0, veksim::utilisation_request, EBUSY);
     host.set_euid(1000);
-    EXPECT_EQ(fresh("gpu_util_percent"), value(missing{reason::denied, 0, host.card(0, "device/gpu_util_info")}));
+    EXPECT_EQ(fresh("gpu_util_percent"), value(missing{reason::denied, 0, card("device/gpu_util_info")}));
 }
 
 TEST_F(readings_field_test, without_the_driver_the_firmware_tells)
@@ -318,8 +286,8 @@ TEST_F(readings_field_test, numbers_are_in_the_unit_that_the_host_says)
 {
     ASSERT_EQ(present_units().override_with("temperature = millicelsius\nmemory = kibibyte\npower_total = milliwatt\n"),
               "");
-    host.write(host.hwmon(0, "temp1_input"), "48500\n");
-    host.write(host.hwmon(0, "vek_total_power"), "32500\n");
+    host.write(hwmon("temp1_input"), "48500\n");
+    host.write(hwmon("vek_total_power"), "32500\n");
     begin();
     EXPECT_EQ(read("temperature"), value(48.5));
     EXPECT_EQ(read("power_total"), value(32.5));

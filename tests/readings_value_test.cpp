@@ -217,42 +217,44 @@ TEST(readings_message_test, a_request_comes_as_it_was_made)
 
 TEST(readings_message_test, what_is_no_message_is_told_from_one)
 {
-    const auto as_packet = [](std::vector<std::uint8_t> bytes) { return bytes; };
     packet deep = {0};
     deep.insert(deep.end(), 200000, 0x81); // an array in an array in an array
     packet objects = {0};
     for (int i = 0; i < 20000; ++i)
         objects.insert(objects.end(), {0xa1, 0x61, 'a'});
     const std::vector<packet> garbage[] = {
-        {as_packet({})},
-        {as_packet({0})},
-        {as_packet({2, 0xa0})},                                                            // no such kind of packet
-        {as_packet({0, 0xff})},                                                            // not CBOR
-        {as_packet({0, 0x80})},                                                            // no object
-        {as_packet({0, 0xa0, 0xa0})},                                                      // more than one
-        {as_packet({0, 0xa1, 0x61, 'a'})},                                                 // cut short
-        {as_packet({0, 0x9b, 0x7f, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff})},            // a list without end
-        {as_packet({0, 0xbb, 0x0f, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff})},            // an object without end
-        {as_packet({0, 0xa1, 0x61, 'a', 0x7b, 0, 0, 0x7f, 0xff, 0xff, 0xff, 0xff, 0xff})}, // a text without end
-        {as_packet({1, 0xa1}), as_packet({0, 0x61})},
+        {packet{}},
+        {packet({0})},
+        {packet({2, 0xa0})},                                                            // no such kind of packet
+        {packet({0, 0xff})},                                                            // not CBOR
+        {packet({0, 0x80})},                                                            // no object
+        {packet({0, 0xa0, 0xa0})},                                                      // more than one
+        {packet({0, 0xa1, 0x61, 'a'})},                                                 // cut short
+        {packet({0, 0x9b, 0x7f, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff})},            // a list without end
+        {packet({0, 0xbb, 0x0f, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff})},            // an object without end
+        {packet({0, 0xa1, 0x61, 'a', 0x7b, 0, 0, 0x7f, 0xff, 0xff, 0xff, 0xff, 0xff})}, // a text without end
+        {packet({1, 0xa1}), packet({0, 0x61})},
         {deep},
         {objects}};
     for (const auto &packets : garbage) {
         assembly whole;
         EXPECT_EQ(put_together(whole, packets), assembly::outcome::garbage) << testing::PrintToString(
             packet(packets[0].begin(), packets[0].begin() + std::min<long>(packets[0].size(), 12)));
-        EXPECT_EQ(put_together(whole, {as_packet({0, 0xa0})}), assembly::outcome::whole); // nothing stays behind
+        EXPECT_EQ(put_together(whole, {packet({0, 0xa0})}), assembly::outcome::whole); // nothing stays behind
     }
 
-    const auto field = [](json item) {
-        return json{{"values", {std::move(item)}}, {"result", 0}, {"more", json::object()}};
+    const auto with = [](const char *key, json held) {
+        json document{{"values", json::array()}, {"result", 0}, {"more", json::object()}};
+        document[key] = std::move(held);
+        return document;
     };
+    const auto field = [&](json item) { return with("values", json::array({std::move(item)})); };
     const json senseless[] = {json::object(),
-                              {{"values", 1}, {"result", 0}},
-                              {{"values", json::array()}, {"result", "0"}},
-                              {{"values", json::array()}, {"result", 0}, {"more", 1}},
-                              {{"values", json::array()}, {"result", 0}, {"more", json::object()}, {"codecs", 1}},
-                              {{"values", json::array()}, {"result", 0}, {"more", json::object()}, {"processes", 1}},
+                              with("values", 1),
+                              with("result", "0"),
+                              with("more", 1),
+                              with("codecs", 1),
+                              with("processes", 1),
                               field(1u),
                               field({0u}),
                               field({field_count, 1u}),
