@@ -2,9 +2,10 @@
 // Programs that nobody here wrote read the simulated host, and see what the client sees.
 #include "client_host.h"
 
+#include <algorithm>
 #include <cctype>
-#include <cstdio>
 #include <cstdlib>
+#include <regex>
 #include <set>
 
 namespace {
@@ -24,24 +25,18 @@ protected:
 // "LnkSta: Speed 2.5GT/s (downgraded), Width x4 (downgraded)" is 2.5 and 4.
 std::pair<json, json> link_of(const std::string &function, const std::string &line)
 {
-    double speed = 0;
-    int width = 0;
-    for (const std::string &text : lines(function)) {
-        const std::size_t at = text.find(line), faster = text.find("Speed "), wider = text.find("Width x");
-        if (at != text.npos && faster != text.npos && wider != text.npos) {
-            std::sscanf(text.c_str() + faster, "Speed %lfGT/s", &speed);
-            std::sscanf(text.c_str() + wider, "Width x%d", &width);
-        }
-    }
-    return {speed, width};
+    std::smatch part;
+    if (!std::regex_search(function, part, std::regex(line + "[^\n]*Speed ([0-9.]+)GT/s[^\n]*Width x([0-9]+)")))
+        return {};
+    return {std::stod(part[1]), std::stoi(part[2])};
 }
 
 TEST_F(agreement_test, lspci_sees_the_path_that_topology_shows)
 {
     host.add_gpu(veksim::distinct_gpu(0));
-    veksim::gpu_config config = veksim::distinct_gpu(3);
-    config.pci_address = "0001:a3:00.0";
-    host.add_gpu(config);
+    veksim::gpu_config other = veksim::distinct_gpu(3);
+    other.pci_address = "0001:a3:00.0";
+    host.add_gpu(other);
     const std::string out = printed_by("lspci -D -nn -vv");
     if (out.empty())
         GTEST_SKIP() << "no lspci";
@@ -73,12 +68,9 @@ TEST_F(agreement_test, lspci_sees_the_path_that_topology_shows)
 // "VAProfileHEVCMain10" and "hevc main-10bit" are "hevcmain10".
 std::string profile_name(const std::string &text)
 {
-    std::string name;
-    for (const char c : text.substr(text.rfind("VAProfile", 0) == 0 ? 9 : 0)) {
-        if (std::isalnum(static_cast<unsigned char>(c)) != 0)
-            name += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    }
-    return name.ends_with("bit") ? name.substr(0, name.size() - 3) : name;
+    std::string name = std::regex_replace(text, std::regex("^VAProfile|bit$|[^A-Za-z0-9]"), "");
+    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+    return name;
 }
 
 TEST_F(agreement_test, vainfo_sees_the_engines_that_vpu_shows)

@@ -154,9 +154,8 @@ TEST(top_model_test, a_sick_gpu_keeps_its_place_and_a_new_one_moves_none)
     model m;
     readings::answer healthy = gpu(1);
     for (const readings::field *each :
-         {&field_of("video_encoder_rate"), &field_of("video_decoder_rate"), &field_of("memory_total"),
-          &field_of("thermal_slowdown"), &field_of("thermal_shutdown"), &field_of("fan_speed_max"),
-          &field_of("gfx_clock_max_mhz")})
+         readings::pick<"video_encoder_rate", "video_decoder_rate", "memory_total", "thermal_slowdown",
+                        "thermal_shutdown", "fan_speed_max", "gfx_clock_max_mhz">())
         healthy.values[readings::index_of(*each)] = std::uint64_t{7};
     m.take({gpu(0), healthy, gpu(2)}, seconds(0), {});
     EXPECT_EQ(kept_for_charts(*m.gpu(1)), (std::vector<double>{1, 1, 7, 7, 7, 7, 7}));
@@ -224,26 +223,19 @@ TEST_F(settings_test, a_broken_file_is_ignored_with_a_word)
 {
     const std::string good = text_of({});
     ASSERT_TRUE(settings_from(good));
-    const auto with = [&](const std::string &part, const std::string &other) {
-        std::string text = good;
-        return text.replace(text.find(part), part.size(), other);
-    };
-    const std::string broken[] = {"",
-                                  "{",
-                                  "[]",
-                                  "null",
-                                  "\xff\xfe",
-                                  std::string(5000, ' ') + good,
-                                  with("1000", "99"),
-                                  with("1000", "1e9"),
-                                  with("1000", "-1"),
-                                  with("1000", "\"1\""),
-                                  with("memory", "colour"),
-                                  with("\"gpu\"", "3"),
-                                  with("false", "0"),
-                                  with("span_s\":0", "span_s\":7"),
-                                  with("interval_ms", "interval"),
-                                  std::string(3000, '[')};
+    std::vector<std::string> broken = {
+        "", "{", "[]", "null", "\xff\xfe", std::string(5000, ' ') + good, std::string(3000, '[')};
+    const std::pair<std::string, const char *> faults[] = {{"1000", "99"},
+                                                           {"1000", "1e9"},
+                                                           {"1000", "-1"},
+                                                           {"1000", "\"1\""},
+                                                           {"memory", "colour"},
+                                                           {"\"gpu\"", "3"},
+                                                           {"false", "0"},
+                                                           {"span_s\":0", "span_s\":7"},
+                                                           {"interval_ms", "interval"}};
+    for (const auto &[part, other] : faults)
+        broken.push_back(std::string(good).replace(good.find(part), part.size(), other));
     save_settings(path, {});
     for (const std::string &text : broken) {
         trouble.clear();
