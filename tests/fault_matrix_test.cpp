@@ -5,8 +5,6 @@
 #include "support/calls.h"
 #include "support/sim_host.h"
 
-#include "veksim.h"
-
 #include <atomic>
 #include <cstring>
 #include <malloc.h>
@@ -145,23 +143,6 @@ TEST_F(reply_fault_test, any_reply_is_survived)
     for (const std::string &reply : replies) {
         const auto put = [&](auto &tree, auto &node, auto &) { tree.write(node, reply); };
         break_each("/host/requests", put, vekml_init, readers);
-    }
-}
-
-TEST_F(vanishing_gpu_test, setters_fail_when_it_leaves_during_their_pause)
-{
-    add_gpu_with_everything();
-    vekml_device_t gpu = start();
-    static fs::path here, away;
-    here = host.path(host.card()), away = host.path("/away");
-    veksim_on_pause([](void *, const char *) { fs::exists(here) ? fs::rename(here, away) : void(); }, nullptr);
-    const temper_set limits{"1", "10", "90", "95"};
-    for (tem_type type : {temper_min_type, temper_max_type, temper_crit_type}) {
-        temper_set set = limits;
-        const auto printed = standard_output([&] { vekml_device_set_temper_info(gpu, &set, type); });
-        EXPECT_NE(printed, "") << type;
-        EXPECT_FALSE(fs::exists(here)) << type;
-        fs::rename(away, here);
     }
 }
 

@@ -90,12 +90,4 @@ TEST_F(identity_test, the_model_is_cut_out_of_the_node_text)
     EXPECT_EQ(untouched, '#');
 }
 
-TEST_F(identity_test, tables)
-{
-    EXPECT_STREQ(asic_types[0], "CHIP_TALON_A0");
-    EXPECT_STREQ(asic_types[2], "CHIP_LAST");
-    EXPECT_EQ(talonProductArr[10].vendor_id, 0x7665u);
-    EXPECT_EQ(talonProductArr[10].subsystem_device_id, 0x22u);
-}
-
 } // namespace

@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/sensor_host.h"
 
-#include <csignal>
 #include <cstring>
-#include <spawn.h>
-#include <sys/wait.h>
 
 namespace {
 
@@ -146,23 +143,6 @@ TEST_F(process_test, a_name_is_the_second_word_of_28_characters)
     EXPECT_EQ(info.process_name[0], cut);
     EXPECT_STREQ(info.process_name[1], "two");
     EXPECT_STREQ(info.process_name[2], "kept");
-}
-
-TEST_F(process_test, a_real_process)
-{
-    char name[] = "sleep", time[] = "60";
-    char *const arguments[] = {name, time, nullptr};
-    pid_t pid = 0;
-    ASSERT_EQ(posix_spawnp(&pid, name, nullptr, nullptr, arguments, environ), 0);
-    host.set_processes(0, {{static_cast<std::uint32_t>(pid), "", 5, 5}});
-    host.remove("/proc/" + std::to_string(pid)); // leaves the real one
-    EXPECT_EQ(vekml_device_get_process_info(gpu, &info), VEKML_SUCCESS);
-    EXPECT_EQ(info.process_num, 1u);
-    EXPECT_STREQ(info.process_name[0], name);
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-    EXPECT_EQ(vekml_device_get_process_info(gpu, &info), VEKML_SUCCESS);
-    EXPECT_EQ(info.process_num, 0u);
 }
 
 } // namespace
