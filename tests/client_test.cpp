@@ -4,11 +4,13 @@
 #include "host_files.h"
 
 #include <algorithm>
-#include <array>
+#include <atomic>
 #include <chrono>
 #include <pwd.h>
 #include <regex>
+#include <set>
 #include <sys/syscall.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -30,103 +32,6 @@ TEST_F(client_test, helps_without_a_gpu_and_without_a_driver)
     host.remove("/tmp/smi.log");
     EXPECT_EQ(veksmi("--complete fan set m").status, 0);
     EXPECT_FALSE(host.exists("/tmp/smi.log"));
-}
-
-TEST_F(client_test, wrong_usage_is_one_line_and_1)
-{
-    add_gpus(2);
-    const std::string wrong = R"(nonsense;list set 1;-i 2;-i 0000:09:00.0;-i 0x;-i --format csv;-i 0, list;-i ,0 list;
-        -i 1-0 list;-i 2-3 list;-i 0,7 list;-i 03:00.1 list;-i 1-- list;query --fields '';query --fields ,;
-        query --fields temperature,nonsense;--deadline 0.009;--deadline 3601;--deadline nan;--deadline 1s;--deadline -1;
-        monitor -n 0;monitor -c 1 -n 0.009;monitor -c 1 -n 86401;monitor -c 1 -n inf;monitor -c '';monitor -c 1.5;
-        monitor -c -1;monitor -c 99999999999999999999;top --once -n 0.09;top --once -n 3601;ps --sort name;
-        help nonsense;help list set;help fan set 1;fan set nonsense 1;dvfs set 1)"; // with two GPUs, it takes -i
-    for (const std::string &arguments : lines(wrong, ';')) {
-        const run_result result = veksmi(arguments);
-        EXPECT_EQ(result.status, 1) << arguments;
-        EXPECT_EQ(result.out, "") << arguments;
-        EXPECT_EQ(result.err.rfind("veksmi: ", 0), 0U) << arguments << "\n" << result.err;
-        EXPECT_EQ(lines(result.err).size(), 1U) << result.err;
-    }
-}
-
-TEST_F(client_test, processes_of_all_gpus_by_memory)
-{
-    const std::string me = getpwuid(static_cast<uid_t>(syscall(SYS_geteuid)))->pw_name; // whose the tree is
-    add_gpus(2);
-    host.set_processes(0, {{101, "small", 10, 20}, {102, "large", 3000, 3001}});
-    host.set_processes(1, {{103, "middle", 500, 600}});
-    EXPECT_EQ(veksmi("ps --format csv").out, "index,pid,name,memory,memory_total,user,command,unit\n"
-                                             "0,102,large,3000,3001," +
-                                                 me + ",,\n1,103,middle,500,600," + me + ",,\n0,101,small,10,20," + me +
-                                                 ",,\n");
-    EXPECT_NE(veksmi("").out.find("  500 B       600 B  middle  N/A   N/A\n"), std::string::npos);
-    host.remove(host.card(1, "device/gpu_mem_util_info"));
-    host.fail_request(1, veksim::process_request, EBUSY);
-    EXPECT_EQ(document("ps --format json", 255)["gpus"][1]["processes"], nullptr);
-}
-
-TEST_F(client_test, setters_write_and_say_so)
-{
-    host.add_gpu(veksim::sample_gpu(1));
-    host.add_gpu(veksim::sample_gpu(0));
-    // Arguments; node in the hwmon directory and what it holds then; pauses.
-    for (const auto &[arguments, node, text, pauses] : std::vector<std::array<std::string, 4>>{
-             {"-i 1 fan set fan 060", "fan1_target", "60", ""},
-             {"-i 0 fan set pwm 3000", "pwm1", "3000", ""},
-             {"fan reset -i 0", "fan1_ctrl_mode", "0", ""},
-             {"temp -i 0 set max 95", "temp1_max", "95", "sleep 1,sleep 3,sleep 3"},
-             {"-i 0 temp set min -5", "temp1_min", "-5", "sleep 1,sleep 3,sleep 3"},
-             {"-i 0 temp set crit 9999 --yes", "temp1_crit", "9999", "sleep 1,sleep 3,sleep 3"},
-             {"-i 0 temp set ctrl 0", "temp1_ctrl_mode", "0", ""},
-             {"-i 0 power set cap 19999 --yes", "power1_cap", "19999", ""},
-             {"-i 0 power set volt 900", "in0_input", "900", "usleep 500000"},
-             {"-i 0000:03:00.0 clock set gfx 900000000", "vek_gfx_freq_mhz", "900000000", ""},
-             {"-i 0 thermal set slowdown 90", "vek_slowdown_temp", "90", "sleep 1"},
-             {"-i 0 thermal set shutdown 110", "vek_shutdown_temp", "110", "sleep 1"},
-             {"-i 0 thermal set enable-slowdown 0 --yes", "vek_enable_thm_slowdown", "0", "sleep 1"},
-             {"-i 0 thermal set enable-shutdown 0 --yes", "vek_enable_thm_shutdown", "0", "sleep 1"},
-             {"-i 0 dvfs set 0", "../../drm/card0/vek_enable_dvfs", "0", "sleep 1"}}) {
-        host.remove("/host/pauses");
-        host.instant_pauses();
-        const run_result result = veksmi(arguments);
-        EXPECT_EQ(result.status, 0) << arguments << "\n" << result.err;
-        EXPECT_EQ(host.read(host.hwmon(arguments.rfind("-i 1", 0) == 0 ? 1 : 0, node)), text) << arguments;
-        EXPECT_EQ(host.pauses(), lines(pauses, ',')) << arguments;
-        EXPECT_EQ(result.out.find(" blocks for ") != std::string::npos, !pauses.empty()) << result.out;
-        EXPECT_NE(result.out.find(" to " + text), std::string::npos) << result.out;
-    }
-}
-
-TEST_F(client_test, setters_refuse_what_would_not_be_written)
-{
-    host.add_gpu(veksim::sample_gpu(1));
-    host.instant_pauses();
-    const std::string wrong = R"(fan set fan 101;fan set fan -1;fan set pwm 1949;fan set pwm 5999;fan set mode 2;
-        temp set max 10000;temp set ctrl 2;power set cap 0;power set cap 20000;power set volt 0;dvfs set 2;
-        clock set gfx 900000001;clock set gfx 1550000000;thermal set slowdown hot;thermal set enable-slowdown 2;
-        dvfs set 1 --format csv;dvfs set 99999999999999999999)";
-    for (const std::string &arguments : lines(wrong, ';')) {
-        const run_result result = veksmi(arguments);
-        EXPECT_EQ(result.status, 1) << arguments;
-        EXPECT_EQ(lines(result.err).size(), 1U) << result.err;
-    }
-    EXPECT_EQ(host.read(host.hwmon(0, "pwm1")), "3200\n");
-    EXPECT_EQ(host.pauses(), std::vector<std::string>{});
-
-    EXPECT_EQ(veksmi("fan set fan 60").status, 255) << "a PWM fan has no target";
-    host.fail_writes(host.hwmon(0, "vek_slowdown_temp"));
-    const run_result failed = veksmi("thermal set slowdown 90");
-    EXPECT_EQ(failed.status, 255);
-    EXPECT_EQ(failed.out.find(" to 90"), std::string::npos) << failed.out;
-    host.fail_writes(host.hwmon(0, "temp1_ctrl_mode"));
-    EXPECT_EQ(veksmi("temp set ctrl 0").status, 255) << "the library takes this one for done";
-    host.set_euid(1000);
-    const run_result refused = veksmi("temp set max 90");
-    EXPECT_EQ(refused.status, 4);
-    EXPECT_EQ(refused.out, "");
-    EXPECT_EQ(refused.err, "veksmi: GPU 0: the upper temperature limit was not set: Permission denied! set temper crit "
-                           "failed\n");
 }
 
 TEST_F(client_test, the_manual_has_every_field)
@@ -158,6 +63,74 @@ TEST_F(client_test, a_reader_may_go_away)
     const run_result full = run_on_host({"/bin/sh", "-c", client + " list > /dev/full"});
     EXPECT_EQ(full.status, 255);
     EXPECT_EQ(full.err, "veksmi: cannot write: No space left on device\n");
+}
+
+// The decoder's counter runs twice as fast as the encoder's.
+TEST_F(client_test, rates_are_of_their_own_engine)
+{
+    host.add_gpu();
+    host.add_video_libraries();
+    std::atomic<bool> over = false;
+    std::thread driver([&] {
+        for (veksim::video_state state{61, 62, 1000, 1000}; !over; state.decoder_commands += 2000) {
+            host.set_video_state(state);
+            state.encoder_commands += 1000;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    });
+    const json gpu = document("query --format json --fields video_encoder_rate,video_decoder_rate")["gpus"][0];
+    over = true;
+    driver.join();
+    ASSERT_TRUE(gpu["video_encoder_rate"].is_number()) << gpu;
+    const double encoder = gpu["video_encoder_rate"], decoder = gpu["video_decoder_rate"];
+    EXPECT_GT(encoder, 0);
+    EXPECT_NEAR(decoder, 2 * encoder, 2);
+}
+
+// What a driver's texts may hold, and none of it may reach a terminal or a cell.
+TEST_F(client_test, texts_of_the_driver_are_harmless)
+{
+    const std::vector<std::string> names = {"a,b\"c", "\x1b[2J\x07", "d,\x7f",
+                                            "\xc2\x9b"
+                                            "31m\xe2\x80\xae",
+                                            "\x9b\xff\xe2\x81\xa6"};
+    host.add_gpu();
+    std::vector<veksim::process_entry> entries;
+    for (const std::string &name : names)
+        entries.push_back({static_cast<std::uint32_t>(4100000 + entries.size()), name,
+                           static_cast<std::int64_t>(1000 - entries.size()), 2000});
+    host.set_processes(0, entries);
+    host.write("/proc/4100000/cmdline", std::string("x,\"y\"\0\n\x1b]0;z\xe2\x81\xa6\x85", 17));
+    host.write(host.card(0, "vek_product_name"), names[1] + names[2] + names[3] + "\n");
+    host.write(host.card(0, "device/local_cpulist"), "0\x1b[2J,\xc2\x9b\n");
+    for (const char *command : {"", "list", "info", "ps", "why name", "topology", "health", "query --fields name,uuid",
+                                "monitor -c 1 --fields name", "top --once"})
+        for (const char *shape : {"", " --format csv"}) {
+            const std::string out = veksmi(std::string(command) + shape).out;
+            const auto is_bad = [](unsigned char c) { return (c < ' ' && c != '\n') || c == 0x7f || c == 0xff; };
+            EXPECT_EQ(std::count_if(out.begin(), out.end(), is_bad), 0) << command << shape << "\n" << out;
+            for (const char *sequence : {"\xc2\x9b", "\xe2\x80\xae", "\xe2\x81\xa6", "\x9b?", "?\x85"})
+                EXPECT_EQ(out.find(sequence), out.npos) << command << shape << "\n" << out;
+        }
+    const std::string me = getpwuid(static_cast<uid_t>(syscall(SYS_geteuid)))->pw_name; // whose the tree is
+    const std::vector<std::string> csv = lines(veksmi("ps --format csv").out);
+    ASSERT_EQ(csv.size(), names.size() + 1);
+    EXPECT_EQ(csv[1], "0,4100000,\"a,b\"\"c\",1000,2000," + me + ",\"x,\"\"y\"\" ??]0;z??\",");
+    EXPECT_EQ(csv[3], "0,4100002,\"d,?\",998,2000," + me + ",,");
+    const json found = document("ps --format json")["gpus"][0]["processes"];
+    ASSERT_EQ(found.size(), names.size());
+    for (std::size_t i = 1; i < 4; ++i)
+        EXPECT_EQ(found[i]["name"], names[i]) << i;
+}
+
+// The transcript tells one field from another by its number.
+TEST_F(client_test, no_two_readings_of_the_transcript_are_equal)
+{
+    host.add_gpu(veksim::distinct_gpu(1), veksim::distinct_state(1));
+    const json gpu = document("query --format json --fields " + all_fields())["gpus"][0];
+    std::set<json> numbers;
+    for (const auto &[key, held] : gpu.items())
+        EXPECT_TRUE(!held.is_number() || held < 83 || numbers.insert(held).second) << key;
 }
 
 } // namespace

@@ -33,4 +33,13 @@ protected:
             << result.out;
         return parsed;
     }
+
+    // The keys of all fields, as --fields takes them.
+    std::string all_fields()
+    {
+        std::vector<std::string> keys = lines(veksmi("query --help-fields --format csv").out);
+        for (std::string &key : keys)
+            key.resize(key.find(','));
+        return joined({keys.begin() + 1, keys.end()});
+    }
 };
