@@ -292,6 +292,7 @@ TEST_F(readings_field_test, numbers_are_in_the_unit_that_the_host_says)
     EXPECT_EQ(read("temperature"), value(48.5));
     EXPECT_EQ(read("power_total"), value(32.5));
     EXPECT_EQ(read("memory_used"), value(std::uint64_t{1288490188} * 1024));
+    EXPECT_EQ(processes_of(begin())[0]["memory"], 10 * 1024);
 }
 
 TEST_F(readings_field_test, whose_processes_they_are)

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readings/message.h"
+#include "readings/pci_address.h"
 #include "readings/units.h"
 
 #include <gtest/gtest.h>
@@ -37,6 +38,16 @@ TEST(readings_value_test, nothing_that_a_terminal_obeys_is_printed)
         {"\xe2(\xf0\x9f\x98", "?(???"}};
     for (const auto &[text, shown] : cases)
         EXPECT_EQ(printable(text), shown) << testing::PrintToString(text);
+}
+
+TEST(readings_value_test, pci_addresses_and_nothing_else)
+{
+    for (const char *whole : {"0000:03:00.0", "10000:e1:1f.7"})
+        EXPECT_TRUE(is_bus_id(whole)) << whole;
+    EXPECT_EQ(pci_address_from("03:00.1"), (pci_address{0, 3, 0, 1}));
+    for (const char *no : {"03:00.0", "", " 0000:03:00.0", "0000:03:00.0\x1b", "0x00:03:00.0", "-1:03:00.0",
+                           "0:103:00.0", ":03:00.0", "0000:03:00"})
+        EXPECT_FALSE(is_bus_id(no)) << no;
 }
 
 TEST(readings_value_test, a_text_says_something_or_is_missing)

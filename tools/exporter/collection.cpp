@@ -65,7 +65,7 @@ void collection::take_in(const readings::answers &said)
         if (history.bus_id.empty())
             history.bus_id = label_for(one);
         remember(one, history);
-        success |= one.state == gpu_state::ok || one.state == gpu_state::asleep;
+        success |= !is_sick(one.state);
     }
     if (success)
         last_success_ = clock::now();

@@ -3,6 +3,7 @@
 
 #include "readings/value.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <fmt/format.h>
@@ -14,17 +15,11 @@ namespace {
 
 constexpr std::string_view openmetrics_type = "application/openmetrics-text";
 
-std::string_view trimmed(std::string_view text)
-{
-    const std::size_t first = text.find_first_not_of(" \t");
-    return first == text.npos ? std::string_view() : text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
 // Takes the part of TEXT before SEPARATOR off it.
 std::string_view next_part(std::string_view &text, char separator)
 {
     const std::size_t end = std::min(text.find(separator), text.size());
-    const std::string_view part = trimmed(text.substr(0, end));
+    const std::string_view part = readings::trimmed(text.substr(0, end));
     text.remove_prefix(std::min(end + 1, text.size()));
     return part;
 }

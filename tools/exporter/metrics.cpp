@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "metrics.h"
 
+#include "readings/process_facts.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -128,20 +130,11 @@ private:
 
     void processes_of(std::size_t i, unsigned most)
     {
-        std::set<std::string> written; // a driver that names a process twice must not cost the whole page
-        for (const readings::json &process : seen_.gpus[i].processes) {
-            if (!process.is_object() || written.size() >= most)
-                continue;
-            const std::string pid = process.value("pid", readings::json()).dump();
-            const readings::json memory = process.value("memory", readings::json());
-            if (!memory.is_number() || !written.insert(pid).second)
-                continue;
-            const auto text = [&](const char *key) {
-                const readings::json held = process.value(key, readings::json());
-                return held.is_string() ? held.get<std::string>() : std::string();
-            };
-            page_.add({{"bus_id", bus_id(i)}, {"pid", pid}, {"name", text("name")}, {"user", text("user")}},
-                      memory.get<double>());
+        std::set<std::uint64_t> written; // a driver that names a process twice must not cost the whole page
+        for (const readings::process &p : processes_in(seen_.gpus[i])) {
+            if (written.size() < most && written.insert(p.pid).second)
+                page_.add({{"bus_id", bus_id(i)}, {"pid", std::to_string(p.pid)}, {"name", p.name}, {"user", p.user}},
+                          static_cast<double>(p.memory));
         }
     }
 

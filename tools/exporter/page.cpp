@@ -147,7 +147,7 @@ std::string overview_page(const snapshot &seen)
     std::string page = head;
     std::size_t well = 0;
     for (const answer &one : seen.gpus)
-        well += one.state == gpu_state::ok || one.state == gpu_state::asleep ? 1 : 0;
+        well += is_sick(one.state) ? 0 : 1;
     const auto now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
     page += fmt::format("<h1>{} of {} GPUs well</h1>\n", well, seen.gpus.size());
     page += fmt::format("<p>{:%Y-%m-%d %H:%M:%S} UTC &middot; <a href=\"metrics\">metrics</a> &middot; "

@@ -19,7 +19,13 @@ enum class gpu_state : std::uint8_t { ok, asleep, stuck, crashed, lost };
 inline constexpr gpu_state all_states[] = {gpu_state::ok, gpu_state::asleep, gpu_state::stuck, gpu_state::crashed,
                                            gpu_state::lost};
 const char *name_of(gpu_state state); // as in JSON: "stuck"
+bool is_sick(gpu_state state);        // stuck, crashed or lost
 reason reason_of(gpu_state state);    // of every value that a GPU in this state does not give; not for ok
+
+std::string time_of_day(std::chrono::system_clock::time_point at); // "14:02:11", local
+// "stuck since 14:02:11: reading fan_speed (...)", fit for a terminal; with the date when it is long before NOW.
+std::string what_became_of(gpu_state state, std::chrono::system_clock::time_point since, const std::string &detail,
+                           std::chrono::system_clock::time_point now);
 
 // What the readers are asked for.
 struct request {

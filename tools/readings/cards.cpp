@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cards.h"
 
+#include "pci_address.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -27,15 +29,6 @@ std::optional<unsigned> number_of(std::string_view entry)
     entry.remove_prefix(prefix.size());
     const auto [end, error] = std::from_chars(entry.data(), entry.data() + entry.size(), number);
     return error == std::errc() && end == entry.data() + entry.size() ? std::optional(number) : std::nullopt;
-}
-
-bool is_bus_id(std::string_view text)
-{
-    unsigned domain = 0, bus = 0, device = 0, function = 0;
-    int length = -1;
-    const std::string whole(text);
-    std::sscanf(whole.c_str(), "%8x:%2x:%2x.%1x%n", &domain, &bus, &device, &function, &length);
-    return length == static_cast<int>(whole.size());
 }
 
 std::string bus_id_of(unsigned number)

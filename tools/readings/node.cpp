@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "node.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -9,18 +8,6 @@
 #include <unistd.h>
 
 namespace readings {
-namespace {
-
-constexpr const char *blanks = " \t\r\n\v\f";
-
-std::string_view trimmed(std::string_view text)
-{
-    const std::size_t first = text.find_first_not_of(blanks);
-    return first == text.npos ? std::string_view() : text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
-} // namespace
-
 missing lacking(const std::string &path, int error)
 {
     switch (error) {

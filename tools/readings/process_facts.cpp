@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "process_facts.h"
 
+#include "message.h"
 #include "node.h"
 #include "read_field.h"
 
@@ -76,7 +77,37 @@ json unit_of(std::uint64_t pid)
     return nullptr;
 }
 
+json in_bytes(std::int64_t counted)
+{
+    return value_document(present_units().scaled(quantity::memory, counted));
+}
+
+std::optional<std::uint64_t> number_in(const json &object, const char *key)
+{
+    const auto found = object.find(key);
+    return found != object.end() && found->is_number_unsigned() ? std::optional(found->get<std::uint64_t>())
+                                                                : std::nullopt;
+}
+
+std::string text_in(const json &object, const char *key)
+{
+    const auto found = object.find(key);
+    return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
+}
+
 } // namespace
+
+std::vector<process> processes_in(const answer &said)
+{
+    std::vector<process> list;
+    for (const json &object : said.processes) {
+        const auto pid = number_in(object, "pid"), memory = number_in(object, "memory");
+        if (pid && memory)
+            list.push_back({*pid, *memory, number_in(object, "memory_total").value_or(0), text_in(object, "name"),
+                            text_in(object, "user"), text_in(object, "command"), text_in(object, "unit")});
+    }
+    return list;
+}
 
 json processes_of(gpu &g)
 {
@@ -88,8 +119,8 @@ json processes_of(gpu &g)
         const vekml_process_t &process = found.process[i];
         list.push_back({{"pid", process.pid},
                         {"name", text_or_null(text_value(found.process_name[i]))},
-                        {"memory", process.mem_lma},
-                        {"memory_total", process.mem_total},
+                        {"memory", in_bytes(process.mem_lma)},
+                        {"memory_total", in_bytes(process.mem_total)},
                         {"user", user_of(process.pid)},
                         {"command", command_of(process.pid)},
                         {"unit", unit_of(process.pid)}});

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "reader.h"
 
+#include "child_process.h"
 #include "message.h"
+#include "pci_address.h"
 #include "process_facts.h"
 #include "read_field.h"
 #include "video_codecs.h"
@@ -9,7 +11,6 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
@@ -18,7 +19,6 @@
 #include <memory>
 #include <stdio_ext.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
@@ -28,7 +28,7 @@
 namespace readings {
 namespace {
 
-constexpr int channel = 3; // the one descriptor of the program that its reader keeps
+using child_process::channel;
 
 // ---- the reader's own side
 
@@ -66,27 +66,6 @@ private:
             lseek(STDOUT_FILENO, 0, SEEK_SET);
     }
 };
-
-// Away from everything that is the program's: descriptors, terminal, signals.
-void settle(int socket, pid_t program)
-{
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != program) // it ended before it could be watched
-        _exit(0);
-    setsid();
-    for (int signal = 1; signal < NSIG; ++signal)
-        std::signal(signal, SIG_DFL);
-    std::signal(SIGPIPE, SIG_IGN);
-    sigset_t none;
-    sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
-    if (socket != channel)
-        dup2(socket, channel);
-    const int nothing = open("/dev/null", O_RDWR); // never 0 to 3: each of those may be closed here, so dup2 follows
-    for (int file = 0; file < channel; ++file)
-        dup2(nothing, file);
-    closefrom(channel + 1);
-}
 
 void send_document(const json &document)
 {
@@ -220,8 +199,8 @@ private:
     {
         vekml_pci_info_t pci{};
         vekml_device_get_pci_info(gpu_->handle(), &pci);
-        const value text = text_value(pci.busId);
-        return is_present(text) ? text_of(text) : std::string();
+        const std::string text = text_of(text_value(pci.busId));
+        return is_bus_id(text) ? text : std::string();
     }
 
     const assignment &what_;
@@ -339,7 +318,7 @@ std::optional<reader> reader::start(const assignment &what)
     const pid_t program = getpid();
     const pid_t child = fork();
     if (child == 0) {
-        settle(ends[1], program);
+        child_process::leave(program, ends[1]);
         service(what, shared).run();
     }
     const int error = errno;

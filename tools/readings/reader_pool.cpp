@@ -332,14 +332,15 @@ struct reader_pool::state {
 
     std::optional<clock::time_point> due() const
     {
-        constexpr auto reaping = milliseconds(10);
+        constexpr auto reaping = milliseconds(10),
+                       waiting = milliseconds(500); // those that can die, and those that hang
         auto first = clock::time_point::max();
         if (running)
             first = deadline;
         for (const seat &s : seats) {
             first = std::min(first, s.kill_at);
             if (s.alive == life::dying)
-                first = std::min(first, clock::now() + reaping);
+                first = std::min(first, clock::now() + (s.is_unkillable ? waiting : reaping));
         }
         return first == clock::time_point::max() ? std::nullopt : std::optional(first);
     }

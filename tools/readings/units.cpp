@@ -70,13 +70,6 @@ constexpr spelling spellings[] = {
     {quantity::clock, "clock", "megahertz", 1},
 };
 
-std::string_view trimmed(std::string_view text)
-{
-    constexpr const char *blanks = " \t\r";
-    const std::size_t first = text.find_first_not_of(blanks);
-    return first == text.npos ? std::string_view() : text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
 // What is wrong with QUANTITY = UNIT; empty when FOUND says what it means.
 std::string look_up(std::string_view name, std::string_view unit, const spelling *&found)
 {

@@ -92,13 +92,18 @@ bool as_number(const value &v, double &number)
         v);
 }
 
-value text_value(std::string_view text)
+std::string_view trimmed(std::string_view text)
 {
     constexpr const char *blanks = " \t\r\n\v\f";
     const std::size_t first = text.find_first_not_of(blanks);
-    if (first == text.npos)
+    return first == text.npos ? std::string_view() : text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+value text_value(std::string_view text)
+{
+    text = trimmed(text);
+    if (text.empty())
         return missing{reason::malformed};
-    text = text.substr(first, text.find_last_not_of(blanks) - first + 1);
     if (text == "N/A" || text == "unknown" || text == "UNKOWN")
         return missing{reason::unsupported};
     return std::string(text);

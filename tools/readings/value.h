@@ -45,6 +45,7 @@ std::string text_of(const value &v);
 // The number that a value is; a list and a text are none.
 bool as_number(const value &v, double &number);
 
+std::string_view trimmed(std::string_view text); // without the blanks around it
 // A text of the driver without the blanks around it; malformed when it says nothing.
 value text_value(std::string_view text);
 template <std::size_t Size>

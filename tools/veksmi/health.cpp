@@ -132,12 +132,10 @@ json gpu_object(const answer &gpu, const findings &found)
     json reasons = json::array();
     for (const finding &f : found)
         reasons.push_back({{"verdict", names[static_cast<int>(f.weight)]}, {"reason", f.text}});
-    return {{"index", gpu.index},
-            {"card", gpu.card ? json(*gpu.card) : json()},
-            {"bus_id", gpu.bus_id.empty() ? json() : json(gpu.bus_id)},
-            {"state", name_of(gpu.state)},
-            {"verdict", names[static_cast<int>(worst_of(found))]},
-            {"reasons", std::move(reasons)}};
+    json object = object_of(gpu);
+    object["verdict"] = names[static_cast<int>(worst_of(found))];
+    object["reasons"] = std::move(reasons);
+    return object;
 }
 
 } // namespace
@@ -164,11 +162,7 @@ int show_health(const options &wanted, session &gpus)
                   found.empty() ? "" : ": ", printable(texts_of(found)));
     }
     if (wanted.shape == format::json)
-        put(json_text({{"schema", 2},
-                       {"verdict", names[static_cast<int>(worst)]},
-                       {"gpus", std::move(list)},
-                       {"units", json::object()}}) +
-            "\n");
+        print_document(std::move(list), {{"verdict", names[static_cast<int>(worst)]}});
     if (said.empty())
         complain(fmt::format("no GPU found{}", hint_without_gpu(wanted)));
     return plugin_status[static_cast<int>(worst)];

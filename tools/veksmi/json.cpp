@@ -28,10 +28,7 @@ json missing_of(const field_list &fields, const answer &gpu, const json_extras &
 
 json gpu_object(const field_list &fields, const answer &gpu, const json_extras &extras)
 {
-    json object = {{"index", gpu.index},
-                   {"card", gpu.card ? json(*gpu.card) : json()},
-                   {"bus_id", gpu.bus_id.empty() ? json() : json(gpu.bus_id)},
-                   {"state", name_of(gpu.state)}};
+    json object = object_of(gpu);
     for (const field *f : fields)
         object[f->key] = json_value(gpu[*f]);
     if (extras.processes)
@@ -43,7 +40,24 @@ json gpu_object(const field_list &fields, const answer &gpu, const json_extras &
     return object;
 }
 
+std::string document_of(json gpus, const json &head, json units)
+{
+    json document = {{"schema", 2}};
+    document.update(head);
+    document["gpus"] = std::move(gpus);
+    document["units"] = std::move(units);
+    return json_text(document);
+}
+
 } // namespace
+
+json object_of(const answer &gpu)
+{
+    return {{"index", gpu.index},
+            {"card", gpu.card ? json(*gpu.card) : json()},
+            {"bus_id", gpu.bus_id.empty() ? json() : json(gpu.bus_id)},
+            {"state", name_of(gpu.state)}};
+}
 
 json json_value(const value &v)
 {
@@ -59,9 +73,9 @@ json json_value(const value &v)
 
 std::string json_document(const field_list &fields, const answers &gpus, const json_extras &extras)
 {
-    json document = {{"schema", 2}};
+    json head = json::object();
     for (const auto &[key, held] : extras.head)
-        document[key] = json_value(held);
+        head[key] = json_value(held);
     json list = json::array(), units = json::object();
     for (const answer &gpu : gpus)
         list.push_back(gpu_object(fields, gpu, extras));
@@ -71,9 +85,12 @@ std::string json_document(const field_list &fields, const answers &gpus, const j
     }
     if (extras.processes)
         units["processes"] = facts_of(unit::byte).symbol;
-    document["gpus"] = std::move(list);
-    document["units"] = std::move(units);
-    return json_text(document);
+    return document_of(std::move(list), head, std::move(units));
+}
+
+void print_document(json gpus, const json &head, json units)
+{
+    put(document_of(std::move(gpus), head, std::move(units)) + "\n");
 }
 
 std::string json_text(const json &document)

@@ -90,14 +90,9 @@ std::string heading_of(const field &f)
     return *symbol == '\0' ? f.key : fmt::format("{} {}", label(f), symbol);
 }
 
-bool is_gone(const answer &gpu)
+bool any_is(const answers &gpus, bool (*in_state)(gpu_state))
 {
-    return gpu.state == gpu_state::lost;
-}
-
-bool is_sick(const answer &gpu)
-{
-    return gpu.state != gpu_state::ok && gpu.state != gpu_state::asleep;
+    return std::any_of(gpus.begin(), gpus.end(), [&](const answer &gpu) { return in_state(gpu.state); });
 }
 
 // A round: in columns and CSV a line per GPU, in JSON one document.
@@ -207,10 +202,10 @@ int monitor(const options &wanted, session &gpus)
         const answers said = gpus.ask({.fields = writer.fields()}, interrupted.descriptor());
         if (interrupted.came() || !writer.write(said) || said.empty())
             return exit_done;
-        const bool is_last =
-            round == wanted.count || (wanted.until_lost && std::any_of(said.begin(), said.end(), is_gone));
+        const bool is_last = round == wanted.count ||
+                             (wanted.until_lost && any_is(said, [](gpu_state s) { return s == gpu_state::lost; }));
         if (is_last)
-            return std::any_of(said.begin(), said.end(), is_sick) ? status_of(said) : exit_done;
+            return any_is(said, is_sick) ? status_of(said) : exit_done;
         next = std::max(next + interval, steady::now()); // a late round is not made up for
         if (!interrupted.wait(next))
             return exit_done;

@@ -69,6 +69,9 @@ struct json_extras {
     bool codecs = false;
     std::vector<std::pair<std::string, value>> head{}; // beside "gpus"
 };
+json object_of(const answer &gpu); // who it is and how it fares, to begin with
+// The document of a command that shows no fields; HEAD stands before the GPUs.
+void print_document(json gpus, const json &head = json::object(), json units = json::object());
 std::string json_document(const field_list &, const answers &, const json_extras & = {});
 std::string json_text(const json &document); // in one line
 json json_value(const value &v);

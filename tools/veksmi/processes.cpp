@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "processes.h"
 #include "output.h"
+#include "readings/process_facts.h"
 #include "session.h"
 
 #include <algorithm>
@@ -9,39 +10,24 @@ namespace {
 
 struct process_row {
     unsigned gpu;
-    std::uint64_t pid, memory, memory_total;
-    std::string name, user, command, unit; // empty where nothing tells
+    process of;
 };
-
-std::string text_in(const json &object, const char *key)
-{
-    const auto found = object.find(key);
-    return found != object.end() && found->is_string() ? printable(found->get<std::string>()) : std::string();
-}
-
-std::uint64_t number_in(const json &object, const char *key)
-{
-    const auto found = object.find(key);
-    return found != object.end() && found->is_number_unsigned() ? found->get<std::uint64_t>() : 0;
-}
 
 std::vector<process_row> sorted_rows(const answers &gpus, process_order order)
 {
     std::vector<process_row> rows;
     for (const answer &gpu : gpus) {
-        for (const json &process : gpu.processes)
-            rows.push_back({gpu.index, number_in(process, "pid"), number_in(process, "memory"),
-                            number_in(process, "memory_total"), text_in(process, "name"), text_in(process, "user"),
-                            text_in(process, "command"), text_in(process, "unit")});
+        for (process &p : processes_in(gpu))
+            rows.push_back({gpu.index, std::move(p)});
     }
     std::stable_sort(rows.begin(), rows.end(), [&](const process_row &a, const process_row &b) {
         switch (order) {
         case process_order::pid:
-            return a.pid < b.pid;
+            return a.of.pid < b.of.pid;
         case process_order::user:
-            return a.user != b.user ? a.user < b.user : a.memory > b.memory;
+            return a.of.user != b.of.user ? a.of.user < b.of.user : a.of.memory > b.of.memory;
         default:
-            return a.memory > b.memory;
+            return a.of.memory > b.of.memory;
         }
     });
     return rows;
@@ -50,14 +36,14 @@ std::vector<process_row> sorted_rows(const answers &gpus, process_order order)
 void print_csv(const std::vector<process_row> &rows)
 {
     put("index,pid,name,memory,memory_total,user,command,unit\n");
-    for (const process_row &row : rows)
-        put(csv_row({std::to_string(row.gpu), std::to_string(row.pid), row.name, std::to_string(row.memory),
-                     std::to_string(row.memory_total), row.user, row.command, row.unit}));
+    for (const auto &[gpu, p] : rows)
+        put(csv_row({std::to_string(gpu), std::to_string(p.pid), p.name, std::to_string(p.memory),
+                     std::to_string(p.memory_total), p.user, p.command, p.unit}));
 }
 
 std::string or_none(const std::string &text)
 {
-    return text.empty() ? "N/A" : text;
+    return text.empty() ? "N/A" : printable(text);
 }
 
 } // namespace
@@ -74,10 +60,10 @@ void print_processes(const answers &gpus, process_order order)
                 {"UNIT", left},
                 {"COMMAND", left}});
     const std::vector<process_row> found = sorted_rows(gpus, order);
-    for (const process_row &row : found)
-        rows.add({std::to_string(row.gpu), std::to_string(row.pid), or_none(row.user),
-                  human_bytes(static_cast<double>(row.memory)), human_bytes(static_cast<double>(row.memory_total)),
-                  or_none(row.name), or_none(row.unit), or_none(row.command)});
+    for (const auto &[gpu, p] : found)
+        rows.add({std::to_string(gpu), std::to_string(p.pid), or_none(p.user),
+                  human_bytes(static_cast<double>(p.memory)), human_bytes(static_cast<double>(p.memory_total)),
+                  or_none(p.name), or_none(p.unit), or_none(p.command)});
     if (output_width() < 80)
         rows.leave_out("ALL MEMORY");
     if (!found.empty())

@@ -3,6 +3,7 @@
 
 #include "frame.h"
 #include "readings/cards.h"
+#include "readings/pci_address.h"
 
 #include <algorithm>
 #include <array>
@@ -138,14 +139,6 @@ std::string parent_of(const std::string &path)
 std::string name_of(const std::string &path)
 {
     return path.substr(path.rfind('/') + 1);
-}
-
-bool is_bus_id(const std::string &text)
-{
-    unsigned part[4] = {};
-    int length = -1;
-    std::sscanf(text.c_str(), "%8x:%2x:%2x.%1x%n", &part[0], &part[1], &part[2], &part[3], &length);
-    return length == static_cast<int>(text.size());
 }
 
 // Where what PATH names stands behind all links; empty where nobody can get there.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "report_reader.h"
 
+#include "readings/child_process.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -8,7 +10,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/ioctl.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,8 +17,8 @@
 namespace {
 
 using step = node_result::step;
+using readings::child_process::channel, readings::child_process::leave;
 
-constexpr int channel = 3;
 constexpr std::size_t most_workers = 8;
 constexpr std::size_t node_size = 4096, dump_size = 1 << 20, end_size = 64 << 10;
 constexpr std::size_t reply_room = 1 << 17;
@@ -116,24 +117,6 @@ void read_one(std::uint32_t number, const node_job &job)
     send_all(text.data(), text.size());
 }
 
-// Away from everything that is the program's.
-void settle(int pipe, pid_t program)
-{
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != program)
-        _exit(0);
-    setsid();
-    for (int signal = 1; signal < NSIG; ++signal)
-        std::signal(signal, SIG_DFL);
-    std::signal(SIGPIPE, SIG_IGN);
-    if (pipe != channel)
-        dup2(pipe, channel);
-    const int nothing = open("/dev/null", O_RDWR);
-    for (int file = 0; file < channel; ++file)
-        dup2(nothing, file);
-    closefrom(channel + 1);
-}
-
 } // namespace
 
 node_lane::node_lane(std::vector<node_job> jobs, clock::duration patience)
@@ -157,7 +140,7 @@ bool node_lane::start(std::size_t first)
     const pid_t program = getpid();
     const pid_t child = fork();
     if (child == 0) {
-        settle(ends[1], program);
+        leave(program, ends[1]);
         for (std::size_t i = first; i < jobs_.size(); ++i)
             read_one(static_cast<std::uint32_t>(i), jobs_[i]);
         _exit(0);

@@ -2,10 +2,10 @@
 #include "session.h"
 
 #include "output.h"
+#include "readings/pci_address.h"
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
 #include <limits>
 #include <optional>
 
@@ -16,25 +16,6 @@ std::span<const extension> extensions()
 {
     static const extension list[] = {setting_extension, topology_extension};
     return list;
-}
-
-struct address {
-    unsigned domain = 0, bus = 0, device = 0, function = 0;
-    bool operator==(const address &) const = default;
-};
-
-// "0000:03:00.0", or without the domain as lspci prints it.
-std::optional<address> to_address(const std::string &text)
-{
-    address found;
-    int length = -1;
-    std::sscanf(text.c_str(), "%8x:%2x:%2x.%1x%n", &found.domain, &found.bus, &found.device, &found.function, &length);
-    if (length == static_cast<int>(text.size()))
-        return found;
-    found.domain = 0;
-    length = -1;
-    std::sscanf(text.c_str(), "%2x:%2x.%1x%n", &found.bus, &found.device, &found.function, &length);
-    return length == static_cast<int>(text.size()) ? std::optional(found) : std::nullopt;
 }
 
 struct range {
@@ -57,8 +38,8 @@ bool same_text(std::string_view a, std::string_view b)
 
 bool is_meant(const answer &gpu, const std::string &item)
 {
-    if (const auto where = to_address(item))
-        return to_address(gpu.bus_id) == where;
+    if (const auto where = pci_address_from(item))
+        return pci_address_from(gpu.bus_id) == where;
     if (const auto indexes = to_range(item); indexes && gpu.index >= indexes->first && gpu.index <= indexes->last)
         return true;
     const auto *uuid = std::get_if<std::string>(&gpu[field_of("uuid")]);

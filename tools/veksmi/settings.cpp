@@ -143,19 +143,16 @@ void print_outcome(const setting &s, const std::string &text, const answer &gpu)
 // UNANSWERED is told where the GPU did not answer.
 void print_json(const setting &s, const std::string &text, const answer &gpu, const char *unanswered)
 {
-    json object = {{"index", gpu.index},
-                   {"card", gpu.card ? json(*gpu.card) : json()},
-                   {"bus_id", gpu.bus_id.empty() ? json() : json(gpu.bus_id)},
-                   {"state", name_of(gpu.state)},
-                   {"setting", command_of(s)},
-                   {"wanted", to_number<std::int64_t>(text).value_or(0)}};
+    json object = object_of(gpu);
+    object["setting"] = command_of(s);
+    object["wanted"] = to_number<std::int64_t>(text).value_or(0);
     const bool told = gpu.state == gpu_state::ok;
     object["old"] = told ? gpu.more.at("set").at("old") : json();
     object["new"] = told ? gpu.more.at("set").at("new") : json();
     object["result"] = told ? gpu.more.at("set").at("result") : json();
     const std::string words = words_of_library(gpu);
     object["message"] = told ? (words.empty() ? json() : json(words)) : json(unanswered);
-    put(json_text({{"schema", 2}, {"gpus", json::array({object})}, {"units", json::object()}}) + "\n");
+    print_document(json::array({std::move(object)}));
 }
 
 } // namespace

@@ -3,8 +3,7 @@
 #include "host_facts.h"
 #include "output.h"
 
-#include <algorithm>
-#include <ctime>
+#include <chrono>
 
 int exit_status(int result)
 {
@@ -13,24 +12,19 @@ int exit_status(int result)
 
 std::string what_became_of(const answer &gpu)
 {
-    const std::time_t since = std::chrono::system_clock::to_time_t(gpu.since);
-    std::tm local{};
-    localtime_r(&since, &local);
-    return fmt::format("{} since {:02}:{:02}:{:02}{}{}", name_of(gpu.state), local.tm_hour, local.tm_min, local.tm_sec,
-                       gpu.detail.empty() ? "" : ": ", printable(gpu.detail));
+    return what_became_of(gpu.state, gpu.since, gpu.detail, std::chrono::system_clock::now());
 }
 
 int status_of(const answers &gpus)
 {
     int status = exit_done;
     for (const answer &gpu : gpus) {
-        const bool is_sick = gpu.state != gpu_state::ok && gpu.state != gpu_state::asleep;
-        if (is_sick)
+        if (is_sick(gpu.state))
             complain(fmt::format("GPU {}{}{}{} {}", gpu.index, gpu.bus_id.empty() ? "" : " (", gpu.bus_id,
                                  gpu.bus_id.empty() ? "" : ")", what_became_of(gpu)));
         else if (gpu.state == gpu_state::ok && gpu.result != VEKML_SUCCESS)
             complain(fmt::format("GPU {}: not everything could be read: {}", gpu.index, meaning(gpu.result)));
-        if (is_sick)
+        if (is_sick(gpu.state))
             status = exit_sick;
         else if (status == exit_done)
             status = exit_status(gpu.result);

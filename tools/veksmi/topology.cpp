@@ -2,6 +2,7 @@
 // Where a GPU sits: its NUMA node, the CPUs nearest to it, and each step of its way through the PCI Express fabric.
 #include "output.h"
 #include "readings/node.h"
+#include "readings/pci_address.h"
 #include "session.h"
 
 #include <cstdlib>
@@ -26,11 +27,6 @@ json number_of_node(const std::string &path)
         return nullptr;
     const auto whole = static_cast<std::int64_t>(number);
     return static_cast<double>(whole) == number ? json(whole) : json(number);
-}
-
-bool is_bus_id(std::string_view name)
-{
-    return name.size() >= 12 && name[name.size() - 2] == '.' && name[name.size() - 5] == ':';
 }
 
 json step_at(const std::string &folder, const std::string &name)
@@ -109,11 +105,8 @@ int show_topology(const options &wanted, session &gpus)
     for (const answer &gpu : said) {
         const json place = gpu.more.value(topology_extension.name, json());
         if (wanted.shape == format::json) {
-            list.push_back({{"index", gpu.index},
-                            {"card", gpu.card ? json(*gpu.card) : json()},
-                            {"bus_id", gpu.bus_id.empty() ? json() : json(gpu.bus_id)},
-                            {"state", name_of(gpu.state)},
-                            {"topology", place}});
+            list.push_back(object_of(gpu));
+            list.back()["topology"] = place;
         } else if (wanted.shape == format::csv) {
             for (const json &step : place.is_null() ? json::array() : place.at("path")) {
                 std::vector<std::string> row = {std::to_string(gpu.index)};
@@ -132,9 +125,6 @@ int show_topology(const options &wanted, session &gpus)
         }
     }
     if (wanted.shape == format::json)
-        put(json_text({{"schema", 2},
-                       {"gpus", std::move(list)},
-                       {"units", {{"speed_gts", "GT/s"}, {"speed_max_gts", "GT/s"}}}}) +
-            "\n");
+        print_document(std::move(list), json::object(), {{"speed_gts", "GT/s"}, {"speed_max_gts", "GT/s"}});
     return status_of(said);
 }

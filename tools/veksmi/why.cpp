@@ -89,13 +89,10 @@ void print_json(const std::vector<explanation> &list, const answers &said)
                                    {"explanation", cause(e)},
                                    {"advice", advice(e)}});
         }
-        gpus.push_back({{"index", gpu.index},
-                        {"card", gpu.card ? json(*gpu.card) : json()},
-                        {"bus_id", gpu.bus_id.empty() ? json() : json(gpu.bus_id)},
-                        {"state", name_of(gpu.state)},
-                        {"why", std::move(reasons)}});
+        gpus.push_back(object_of(gpu));
+        gpus.back()["why"] = std::move(reasons);
     }
-    put(json_text({{"schema", 2}, {"gpus", std::move(gpus)}, {"units", json::object()}}) + "\n");
+    print_document(std::move(gpus));
 }
 
 void print_sentence(const explanation &e)

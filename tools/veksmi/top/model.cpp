@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "model.h"
 
+#include "readings/process_facts.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -31,19 +33,6 @@ std::string text_or_none(const readings::value &held)
     return readings::is_present(held) ? readings::printable(readings::text_of(held)) : std::string();
 }
 
-std::uint64_t count_in(const readings::json &process, const char *key)
-{
-    const auto found = process.find(key);
-    return found != process.end() && found->is_number_unsigned() ? found->get<std::uint64_t>() : 0;
-}
-
-std::string text_in(const readings::json &process, const char *key)
-{
-    const auto found = process.find(key);
-    return found != process.end() && found->is_string() ? readings::printable(found->get_ref<const std::string &>())
-                                                        : std::string();
-}
-
 gpu_now gpu_from(const readings::answer &said, const gpu_now *before)
 {
     gpu_now g;
@@ -53,7 +42,7 @@ gpu_now gpu_from(const readings::answer &said, const gpu_now *before)
     g.bus_id = readings::printable(said.bus_id);
     g.state = said.state;
     g.since = said.since;
-    g.detail = readings::printable(said.detail);
+    g.detail = said.detail;
     for (std::size_t i = 0; i < series_count; ++i)
         g.values[i] = static_cast<float>(number_or(said[*fields_over_time[i]], gap));
     g.has_encoder = !std::isnan(g.values[static_cast<std::size_t>(series::encoder)]);
@@ -79,20 +68,13 @@ gpu_now gpu_from(const readings::answer &said, const gpu_now *before)
 
 void add_processes(const readings::answer &said, std::vector<process_now> &all)
 {
-    if (!said.processes.is_array())
-        return;
-    for (const readings::json &process : said.processes) {
-        process_now p;
-        p.gpu = said.index;
-        p.pid = count_in(process, "pid");
-        p.memory = count_in(process, "memory");
-        p.all_memory = count_in(process, "memory_total");
-        p.user = text_in(process, "user");
-        p.command = text_in(process, "command");
-        if (p.command.empty())
-            p.command = text_in(process, "name");
-        all.push_back(std::move(p));
-    }
+    for (const readings::process &p : processes_in(said))
+        all.push_back({.gpu = said.index,
+                       .pid = p.pid,
+                       .memory = p.memory,
+                       .all_memory = p.memory_total,
+                       .user = readings::printable(p.user),
+                       .command = readings::printable(p.command.empty() ? p.name : p.command)});
 }
 
 // Negative when A comes first: the largest memory, but the lowest of everything else.
@@ -157,9 +139,7 @@ const gpu_now *model::gpu(unsigned index) const
 
 bool model::is_ill() const
 {
-    return std::any_of(latest_.gpus.begin(), latest_.gpus.end(), [](const gpu_now &g) {
-        return g.state != readings::gpu_state::ok && g.state != readings::gpu_state::asleep;
-    });
+    return std::any_of(latest_.gpus.begin(), latest_.gpus.end(), [](const gpu_now &g) { return is_sick(g.state); });
 }
 
 void model::pause(bool now)

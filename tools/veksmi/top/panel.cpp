@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <ctime>
 #include <fmt/format.h>
 
 namespace top {
@@ -81,29 +80,12 @@ std::string value_text(const gpu_now &g, series of)
     return std::isnan(number) ? "N/A" : amount_text(number, of);
 }
 
-std::string time_text(std::chrono::system_clock::time_point at)
-{
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(at);
-    std::tm local{};
-    localtime_r(&seconds, &local);
-    return fmt::format("{:02}:{:02}:{:02}", local.tm_hour, local.tm_min, local.tm_sec);
-}
-
 std::string state_text(const gpu_now &g, std::chrono::system_clock::time_point now)
 {
-    std::string text = readings::name_of(g.state);
-    std::transform(text.begin(), text.end(), text.begin(), [](char c) { return static_cast<char>(c & ~0x20); });
-    if (g.since != std::chrono::system_clock::time_point()) {
-        const std::time_t seconds = std::chrono::system_clock::to_time_t(g.since);
-        std::tm local{};
-        localtime_r(&seconds, &local);
-        const bool is_old = now - g.since > std::chrono::hours(20);
-        text += " since ";
-        if (is_old)
-            text += fmt::format("{}-{:02}-{:02} ", 1900 + local.tm_year, local.tm_mon + 1, local.tm_mday);
-        text += time_text(g.since);
-    }
-    return !g.detail.empty() ? text + ": " + g.detail : text;
+    std::string text = what_became_of(g.state, g.since, g.detail, now);
+    const auto state_ends = text.begin() + static_cast<std::ptrdiff_t>(std::min(text.find(' '), text.size()));
+    std::transform(text.begin(), state_ends, text.begin(), [](char c) { return static_cast<char>(c & ~0x20); });
+    return text;
 }
 
 look look_of(const gpu_now &g)

@@ -53,6 +53,5 @@ std::string amount_text(double number, series of);   // "48 °C"
 std::string state_text(const gpu_now &g, std::chrono::system_clock::time_point now);
 look look_of(const gpu_now &g);
 look look_of(const gpu_now &g, series of); // where the value is over a limit
-std::string time_text(std::chrono::system_clock::time_point at);
 
 } // namespace top

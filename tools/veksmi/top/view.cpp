@@ -46,9 +46,9 @@ private:
     void header(int width)
     {
         const std::size_t count = m_.shown().gpus.size();
-        std::string text =
-            fmt::format("veksmi top  {}  {} GPU{}  every {}", m_.shown().any ? time_text(m_.shown().told) : "--:--:--",
-                        count, count == 1 ? "" : "s", interval_text(m_.wanted.interval));
+        std::string text = fmt::format("veksmi top  {}  {} GPU{}  every {}",
+                                       m_.shown().any ? readings::time_of_day(m_.shown().told) : "--:--:--", count,
+                                       count == 1 ? "" : "s", interval_text(m_.wanted.interval));
         if (m_.wanted.span.count() > 0)
             text += fmt::format("  {} min across", m_.wanted.span.count() / 60);
         if (!m_.filter.empty() && !m_.typing_filter)
