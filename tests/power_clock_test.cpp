@@ -5,7 +5,6 @@
 #include <sstream>
 
 using power_test = sensor_host;
-using clock_test = sensor_host;
 using setter_test = sensor_host;
 
 static std::vector<std::string> words(const char *text)
@@ -24,8 +23,6 @@ TEST_F(power_test, only_the_makers_own_boards_report_their_support)
         EXPECT_EQ(support, expected) << vendor;
     }
     host.remove(node("vek_support_power_info"));
-    EXPECT_EQ(vekml_device_get_support_power_info(gpu, &support), VEKML_ERROR_NODE_IO);
-    EXPECT_EQ(support, UINT32_MAX);
     EXPECT_EQ(vekml_device_is_support_power(gpu, &support), VEKML_ERROR_NODE_IO);
     EXPECT_EQ(support, 0u);
     EXPECT_EQ(vekml_device_is_support_power(nullptr, &support), VEKML_ERROR_INVALID_ARGUMENT);
@@ -42,21 +39,6 @@ TEST_F(power_test, an_unreadable_reading_repeats_the_one_before_it)
     host.make_directory(node("vek_total_power"));
     EXPECT_EQ(call(vekml_device_get_power_info, &out), done);
     EXPECT_EQ(fields(out), numbers({0, 24000, INT32_MAX, -1000})) << "the product wraps at 32 bits";
-}
-
-TEST_F(clock_test, each_clock_and_all_clocks)
-{
-    const char *lines[] = {"vek gpu_gddr_phys_clk=1750HZ\n", "vek_gfx_freq=1000HZ\n", "vek_acpu_freq=0HZ\n",
-                           "vek_ndf_freq=500HZ\n", "vek_cmcu_freq=600HZ\n"};
-    host.remove(node("vek_acpu_freq_mhz"));
-    clock_info out{7, 7, 7, 7, 7};
-    for (clk_type type = 0; type < 5; ++type)
-        EXPECT_EQ(call(vekml_device_get_clock_info, &out, type), outcome(VEKML_SUCCESS, lines[type]));
-    EXPECT_EQ(fields(out), numbers({1750, 1000, 0, 600, 500}));
-    EXPECT_EQ(call(vekml_device_get_clock_info, &out, 5), failed("invalid clk type\n"));
-    out = {7, 7, 7, 7, 7};
-    EXPECT_EQ(call(vekml_device_get_clock, &out), done);
-    EXPECT_EQ(fields(out), numbers({1750, 1000, 0, 600, 500}));
 }
 
 TEST_F(setter_test, a_value_in_range_goes_out_unchanged)

@@ -5,53 +5,16 @@ namespace {
 
 using static_attributes_test = sensor_host;
 
-TEST_F(static_attributes_test, texts)
+TEST_F(static_attributes_test, uuid)
 {
-    const std::tuple<vekml_return_t (*)(vekml_device_t, char *), const char *, std::size_t> getters[] = {
-        {vekml_device_get_vendor, "vek_vendor", 64},
-        {vekml_device_get_fw_ver, "vek_fw_ver", 20},
-        {vekml_device_get_serial, "vek_chip_id", 20},
-        {vekml_device_get_vbios_version, "vek_vbios", 50},
-        {vekml_device_get_primary_id, "vek_gpu_primary_id", 20},
-        {vekml_device_get_primary_core_id, "vek_gpu_primary_core_id", 20},
-    };
-    for (const auto &[get, name, capacity] : getters) {
-        std::vector<char> text(capacity, '#'); // of exactly the size that callers keep
-        host.write(node(name), std::string(100, 'x'));
-        EXPECT_EQ(call(get, text.data()).first, VEKML_SUCCESS);
-        EXPECT_EQ(text.data(), std::string(capacity - 1, 'x')) << name;
-        host.remove(node(name));
-        EXPECT_EQ(call(get, text.data()), done);
-        EXPECT_STREQ(text.data(), "") << name;
-    }
     char uuid[20];
-    EXPECT_EQ(vekml_device_get_uuid(gpu, uuid), VEKML_ERROR_NOT_FOUND);
     host.write(node("vek_chip_id"), "0123456789abcdef012\n");
     EXPECT_EQ(vekml_device_get_uuid(gpu, uuid), VEKML_SUCCESS);
     EXPECT_EQ(std::string(uuid) + gpu->uuid, "0123456789abcdef0120123456789abcde");
 }
 
-TEST_F(static_attributes_test, memory)
+TEST_F(static_attributes_test, memory_type)
 {
-    const std::string nodes[] = {node("vek_gddr_size"), node("vek_gddr_phys_speed"), node("vek_gddr_count")};
-    std::uint32_t size = 7, count = 7;
-    std::uint64_t speed = 7;
-    const auto expect = [&](vekml_return_t result, std::uint32_t s, std::uint64_t v, std::uint32_t c) {
-        EXPECT_EQ(vekml_device_get_gddr_size(gpu, &size), result);
-        EXPECT_EQ(vekml_device_get_gddr_speed(gpu, &speed), result);
-        EXPECT_EQ(vekml_device_get_gddr_count(gpu, &count), VEKML_SUCCESS);
-        EXPECT_EQ(std::tie(size, speed, count), std::tie(s, v, c));
-    };
-    for (const auto &path : nodes)
-        host.write(path, "020\n");
-    expect(VEKML_SUCCESS, 20, 16, 20);
-    for (const auto &path : nodes)
-        host.remove(path);
-    expect(VEKML_ERROR_NODE_IO, 20, 16, 0);
-    for (const auto &path : nodes)
-        host.make_directory(path); // there, but not to be read
-    expect(VEKML_SUCCESS, 0, 0, 0);
-
     char type[6] = "#";
     EXPECT_EQ(vekml_device_get_gddr_type(gpu, type, 4), VEKML_ERROR_INSUFFICIENT_SIZE);
     EXPECT_EQ(vekml_device_get_gddr_type(gpu, type, 5), VEKML_SUCCESS);

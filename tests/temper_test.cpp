@@ -24,25 +24,6 @@ protected:
     std::vector<std::string> pauses;
 };
 
-TEST_F(temper_test, one_value_goes_into_its_own_field)
-{
-    temper_info out{7, 7, 7, 7, 7, 7, 7};
-    numbers expected = fields(out);
-    for (tem_type type = 0; type < 4; ++type) {
-        for (const auto &[text, value] : {std::pair{"-40 mC\n", -40}, {"none\n", 0}}) {
-            host.write(node(nodes[type]), text);
-            EXPECT_EQ(call(vekml_device_get_temper, &out, type), done);
-            expected[type == 0 ? 0 : type + 2] = value;
-            EXPECT_EQ(fields(out), expected);
-        }
-    }
-    host.remove(node("temp1_ctrl_mode"));
-    out.ctrl_mode = 7;
-    EXPECT_EQ(call(vekml_device_get_temper, &out, 0), done);
-    EXPECT_EQ(fields(out), expected);
-    EXPECT_EQ(call(vekml_device_get_temper, &out, 4), failed("invaild temper type\n"));
-}
-
 TEST_F(temper_test, an_unreadable_node_repeats_the_value_before_it)
 {
     host.remove(node("temp1_input"));

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the library writes to its log in one long session, held against transcript.txt. Support staff search logs for
-// these words, so each change of them is to be seen: `./dev transcript` shows it, `--update` records it.
+// What the library writes to its log and hands out in one long session, held against transcript.txt. Support staff search
+// logs for these words, so each change of them is to be seen: `./dev transcript` shows it, `--update` records it.
 #include "build_paths.h"
 #include "support/calls.h"
 #include "support/sim_host.h"
@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <regex>
@@ -92,6 +93,9 @@ protected:
         busy.processes = {{5000001, "first", 10, 30}, {5000002, "second", 20, 40}, {5000003, "ended", 30, 50}};
         host.add_gpu(with_pwm, busy);
         host.add_gpu();
+        veksim::gpu_config distinct = veksim::distinct_gpu(2);
+        distinct.fan = veksim::fan_kind::pwm;
+        host.add_gpu(distinct, veksim::distinct_state(2));
         host.remove("/proc/5000003");
         host.write(host.hwmon(0, "fan1_target"), "50\n");
         host.set_packages("ii  vekgpu-dkms  2.1.0-3  arm64  driver\n");
@@ -130,6 +134,29 @@ protected:
         section(title, [&] { query(&globals.devices[0], &record); });
     }
 
+    // The result of each call for GPU 2, what it prints, and its record; "#" is what it leaves as it was.
+    void answers(const std::string &title)
+    {
+        transcript.push_back("==== what is handed out " + title + " ====");
+        for (const call &one : readers) {
+            if (one.size > 200)
+                continue; // whole records have tests of their own
+            std::string filled(one.size, '#');
+            int result = 0;
+            const auto ask = [&] { result = one.run(&globals.devices[2], filled.data()); };
+            std::ranges::move(normalised(standard_output(ask)), std::back_inserter(transcript));
+            std::string line = one.name + (" = " + std::to_string(result)) + ":";
+            if (one.is_text)
+                line += " " + filled.substr(0, filled.find('\0'));
+            for (std::size_t at = 0; !one.is_text && at < filled.size(); at += 4) {
+                std::int32_t number = 0;
+                filled.copy(reinterpret_cast<char *>(&number), sizeof number, at);
+                line += " " + (number == 0x23232323 ? "#" : std::to_string(number));
+            }
+            transcript.push_back(line);
+        }
+    }
+
     vekml_device_query_t record{};
     lines transcript;
 };
@@ -152,6 +179,21 @@ TEST_F(transcript_test, the_log_says_what_is_recorded)
     each_of("setters as another user", setters);
     host.set_euid(0);
     section("a fan with a target speed", [] { vekml_device_set_fan1_speed(&globals.devices[1], "60"); });
+
+    answers("of a healthy GPU");
+    lines nodes;
+    for (const auto &file : std::filesystem::recursive_directory_iterator(host.path(host.pci_device(2))))
+        if (std::filesystem::is_regular_file(file.symlink_status()))
+            nodes.push_back("/" + std::filesystem::relative(file, host.root()).string());
+    const auto each_node = [&](auto put) { std::ranges::for_each(nodes, put); };
+    each_node([&](const std::string &node) { host.write(node, "-0321x\n"); });
+    answers("of -0321x");
+    each_node([&](const std::string &node) { host.write(node, std::string(100, 'x')); });
+    answers("of a hundred x");
+    each_node([&](const std::string &node) { host.make_directory(node); });
+    answers("where no node can be read");
+    each_node([&](const std::string &node) { host.remove(node); });
+    answers("where there is no node");
 
     globals.devices[0].device_id = globals.devices[0].model_device_id = 0xffff;
     section("a board that the tables do not know", [] { ask_for_texts(&globals.devices[0]); });

@@ -8,22 +8,26 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 struct call {
     const char *name;
     std::size_t size; // of the record it fills
     std::function<int(vekml_device_t, void *)> run;
+    bool is_text = false; // rather than numbers of 32 bits
 };
 template <typename Out>
 inline call of(const char *name, vekml_return_t (*get)(vekml_device_t, Out *), std::size_t size = sizeof(Out))
 {
-    return {name, size, [=](vekml_device_t gpu, void *out) { return get(gpu, static_cast<Out *>(out)); }};
+    return {name, size, [=](vekml_device_t gpu, void *out) { return get(gpu, static_cast<Out *>(out)); },
+            std::is_same_v<Out, char>};
 }
 template <typename Out>
 inline call of(const char *name, vekml_return_t (*get)(const char *, Out *), std::size_t size = sizeof(Out))
 {
-    return {name, size, [=](vekml_device_t gpu, void *out) { return get(gpu->card_path, static_cast<Out *>(out)); }};
+    return {name, size, [=](vekml_device_t gpu, void *out) { return get(gpu->card_path, static_cast<Out *>(out)); },
+            std::is_same_v<Out, char>};
 }
 // Selects one value after the other, and one that does not exist.
 template <typename Out>
