@@ -23,7 +23,9 @@ value name(gpu &g)
 {
     char text[64] = {};
     vekml_device_get_name(g.handle(), text, sizeof text);
-    return g.driverless() ? text_value(text) : text_or(text_value(text), g.card_node("vek_product_name"));
+    if (g.driverless())
+        return *text == '\0' ? driver_only() : text_value(text);
+    return text_or(text_value(text), g.card_node("vek_product_name"));
 }
 
 value chip_type(gpu &g)

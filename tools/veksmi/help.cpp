@@ -67,7 +67,7 @@ std::string help_on_command(const CLI::App &command)
 void explain(CLI::App &app, const std::vector<std::string> &topic)
 {
     if (topic.empty())
-        return put_help(usage);
+        return put_wrapped(usage);
     const std::string &name = topic.front();
     const CLI::App *command = find_command(app, name);
     if (command == nullptr) {
@@ -77,11 +77,11 @@ void explain(CLI::App &app, const std::vector<std::string> &topic)
         throw usage_error(fmt::format("unknown command \"{}\"; there are {}help", printable(name), known));
     }
     if (topic.size() == 1)
-        return put_help(help_on_command(*command));
+        return put_wrapped(help_on_command(*command));
     const bool is_set = has_settings(name) && topic[1] == "set";
     if (!is_set || topic.size() > 3)
         throw usage_error(fmt::format("no help on \"{}\"; there is veksmi help {}",
                                       printable(fmt::format("{}", fmt::join(topic, " "))),
                                       is_set ? name + " set WHAT" : name));
-    put_help(settings_help(name, topic.size() == 3 ? topic[2] : ""));
+    put_wrapped(settings_help(name, topic.size() == 3 ? topic[2] : ""));
 }

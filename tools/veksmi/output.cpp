@@ -121,7 +121,7 @@ void complain(std::string_view text)
     remark(fmt::format("veksmi: {}", text));
 }
 
-void put_help(std::string_view text)
+void put_wrapped(std::string_view text)
 {
     constexpr std::string_view gap = "  ";
     const std::size_t width = output_width();

@@ -53,8 +53,8 @@ const setting &find_setting(const std::string &family, const std::string &what)
         known += fmt::format("{}{}", known.empty() ? "" : ", ", s->what);
     }
     const std::string instead = what.empty() ? "" : fmt::format(", not \"{}\"", printable(what));
-    throw usage_error(
-        fmt::format("{0} set takes one of {1} and a value{2}; veksmi help {0} set tells more", family, known, instead));
+    throw usage_error(fmt::format("{0} set takes {1}{2} and a value{3}; veksmi help {0} set tells more", family,
+                                  settings_of(family).size() == 1 ? "" : "one of ", known, instead));
 }
 
 struct change {

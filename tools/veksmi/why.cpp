@@ -95,12 +95,29 @@ void print_json(const std::vector<explanation> &list, const answers &said)
     print_document(std::move(gpus));
 }
 
-void print_sentence(const explanation &e)
+// Once for all fields of a GPU that are missing for the same reason. What is wrong with the GPU itself is wrong with all
+// of them: they are named only where they were asked for.
+void print_sentences(const std::vector<explanation> &list, bool named)
 {
-    print("GPU {} {}: {}\n", e.gpu.index, e.of.key, cause(e));
-    if (!e.none.node.empty())
-        print("  {}\n", printable(e.none.node));
-    print("  {}\n", advice(e));
+    std::vector<const explanation *> left;
+    for (const explanation &e : list)
+        left.push_back(&e);
+    while (!left.empty()) {
+        const explanation &first = *left.front();
+        std::vector<std::string_view> keys;
+        std::erase_if(left, [&](const explanation *e) {
+            const bool alike = &e->gpu == &first.gpu && cause(*e) == cause(first) && e->none == first.none;
+            if (alike)
+                keys.push_back(e->of.key);
+            return alike;
+        });
+        const std::string of =
+            named || first.gpu.state == gpu_state::ok ? fmt::format(" {}", fmt::join(keys, ", ")) : "";
+        put_wrapped(fmt::format("GPU {}{}: {}\n", first.gpu.index, of, cause(first)));
+        if (!first.none.node.empty())
+            print("  {}\n", printable(first.none.node));
+        put_wrapped(fmt::format("  {}\n", advice(first)));
+    }
 }
 
 } // namespace
@@ -130,8 +147,7 @@ int explain_missing(const options &wanted, session &gpus)
                 {std::to_string(e.gpu.index), e.of.key, name_of(e.none.why), e.none.node, cause(e), advice(e)}));
         return status_of(said);
     }
-    for (const explanation &e : list)
-        print_sentence(e);
+    print_sentences(list, named);
     for (const answer &gpu : said) {
         for (const field *f : named ? fields : field_list{}) {
             if (is_present(gpu[*f]))
