@@ -58,11 +58,11 @@ def try_command(where: str, line: str) -> None:
 
 
 def words(text: str) -> Set[str]:
-    return set(re.findall(r"[^\W\d_]{2,}", text)) - {"KiB", "MiB", "GiB"}
+    return set(re.findall(r"[^\W\d_]{2,}", text)) - {"KiB", "MiB", "GiB", "root"}
 
 
 def compare(where: str, command: str, shown: str) -> None:
-    """Numbers move; words and the headings of tables stay."""
+    """Numbers move, and a process is of whoever runs this; words and the headings of tables stay."""
     if command == "veksmi top":
         with Terminal(["veksim", "--gpus", "1", "--", "veksmi", "top", "-n", "1"], 80, 40, XDG_STATE_HOME=".") as screen:
             screen.wait(lambda text: words(shown) <= words(text) or "lost" in text)
