@@ -312,6 +312,13 @@ TEST_F(readings_pool_test, an_index_means_the_same_card_for_ever)
     reader_pool pool({.deadline = deadline});
     EXPECT_EQ(round(pool), "0 ok, 1 ok");
 
+    rlimit files{};
+    getrlimit(RLIMIT_NOFILE, &files);
+    const rlimit none{3, files.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    EXPECT_EQ(round(pool), "0 ok, 1 ok") << "a folder that cannot be opened tells of no loss";
+    setrlimit(RLIMIT_NOFILE, &files);
+
     host.lose_card(0);
     EXPECT_EQ(round(pool), "0 lost, 1 ok");
     EXPECT_EQ(said[0].detail, "its card left /sys/class/drm");

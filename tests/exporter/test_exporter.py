@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import os
 import re
+import resource
 import signal
 import socket
 import subprocess
@@ -231,6 +232,19 @@ def test_neither_silent_nor_slow_clients_hold_up_others(host: Host) -> None:
     assert all(exporter.get().seconds < 2 for _ in range(5))
     for connection in silent + slow:
         connection.close()
+
+
+def test_more_connections_than_descriptors_pass(host: Host) -> None:
+    usual = resource.getrlimit(resource.RLIMIT_NOFILE)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (40, usual[1]))
+    exporter = host.export()
+    resource.setrlimit(resource.RLIMIT_NOFILE, usual)
+    for _ in range(3):
+        held = [exporter.connect() for _ in range(100)]
+        time.sleep(0.2)
+        for connection in held:
+            connection.close()
+        assert exporter.get().status == 200
 
 
 @pytest.mark.parametrize("arguments, reason", [

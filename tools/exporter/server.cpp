@@ -14,6 +14,7 @@
 #include <gnutls/gnutls.h>
 #include <poll.h>
 #include <sys/epoll.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -24,7 +25,8 @@ using clock = collection::clock;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr unsigned most_connections = 512;
+constexpr unsigned most_connections = 512, least_connections = 8;
+constexpr rlim_t kept_files = 64;     // for the readers, and to look at the host
 constexpr unsigned idle_seconds = 10; // of a connection, until it is closed
 constexpr std::size_t memory_of_connection = 32768;
 constexpr auto health_age = seconds(10); // a success older than this is no news: ask the GPUs
@@ -66,6 +68,16 @@ MHD_Result refuse(MHD_Connection *connection, unsigned status)
     return MHD_queue_response(connection, status, page.get());
 }
 
+// Of each of COUNT listeners, so that connections leave descriptors to the rest.
+unsigned connections_for(std::size_t count)
+{
+    rlimit files{};
+    if (getrlimit(RLIMIT_NOFILE, &files) != 0)
+        return least_connections;
+    const rlim_t left = files.rlim_cur - std::min(files.rlim_cur, kept_files);
+    return static_cast<unsigned>(std::clamp<rlim_t>(left / count, least_connections, most_connections));
+}
+
 int signal_descriptor()
 {
     sigset_t stopping;
@@ -92,10 +104,10 @@ server::server(const options &wanted, web_config access, const listeners &where,
     watch(events_, signals_);
     watch(events_, gpus_.descriptor());
     for (const listeners::listener &l : where.all())
-        start(l);
+        start(l, connections_for(where.all().size()));
 }
 
-void server::start(const listeners::listener &where)
+void server::start(const listeners::listener &where, unsigned connections)
 {
     std::vector<MHD_OptionItem> more;
     const auto add = [&](MHD_OPTION option, const std::string &text) {
@@ -112,11 +124,11 @@ void server::start(const listeners::listener &where)
     // The daemon closes what it listens on; the listener's own descriptor stays ours.
     const int socket = fcntl(where.socket, F_DUPFD_CLOEXEC, 0);
     const unsigned flags = MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | (access_.tls ? unsigned{MHD_USE_TLS} : 0U);
-    MHD_Daemon *daemon = MHD_start_daemon(
-        flags, 0, nullptr, nullptr, &server::on_request, this, MHD_OPTION_LISTEN_SOCKET, socket,
-        MHD_OPTION_NOTIFY_COMPLETED, &server::on_completion, this, MHD_OPTION_CONNECTION_LIMIT, most_connections,
-        MHD_OPTION_CONNECTION_TIMEOUT, idle_seconds, MHD_OPTION_CONNECTION_MEMORY_LIMIT, memory_of_connection,
-        MHD_OPTION_ARRAY, more.data(), MHD_OPTION_END);
+    MHD_Daemon *daemon =
+        MHD_start_daemon(flags, 0, nullptr, nullptr, &server::on_request, this, MHD_OPTION_LISTEN_SOCKET, socket,
+                         MHD_OPTION_NOTIFY_COMPLETED, &server::on_completion, this, MHD_OPTION_CONNECTION_LIMIT,
+                         connections, MHD_OPTION_CONNECTION_TIMEOUT, idle_seconds, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
+                         memory_of_connection, MHD_OPTION_ARRAY, more.data(), MHD_OPTION_END);
     if (daemon == nullptr)
         throw refusal(fmt::format("cannot serve on {}", where.address));
     daemons_.push_back(daemon);
@@ -148,9 +160,18 @@ void server::run()
         gpus_.advance();
         serve_waiting();
         do {
-            for (MHD_Daemon *daemon : daemons_)
-                MHD_run(daemon);
+            serve_connections();
         } while (check_passwords());
+    }
+}
+
+// Twice: one that had no room for another connection listens again only in the run behind that in which one ended, and
+// nothing would wake it for that.
+void server::serve_connections()
+{
+    for (MHD_Daemon *daemon : daemons_) {
+        MHD_run(daemon);
+        MHD_run(daemon);
     }
 }
 

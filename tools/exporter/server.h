@@ -46,7 +46,7 @@ private:
                                  const char *version, const char *body, std::size_t *body_size, void **context);
     static void on_completion(void *self, MHD_Connection *connection, void **context, MHD_RequestTerminationCode);
 
-    void start(const listeners::listener &where);
+    void start(const listeners::listener &where, unsigned connections);
     entry decide(visit &v);
     entry decide_by_password(visit &v);
     bool check_passwords(); // whether somebody goes on
@@ -57,6 +57,7 @@ private:
     MHD_Response *page_for(const visit &v);
     void wait_for_readings(visit &v);
     void serve_waiting();
+    void serve_connections();
     int patience() const; // for epoll, in milliseconds
 
     struct pages { // of one snapshot, each made when first wanted

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <climits>
 #include <cstdlib>
@@ -58,10 +59,12 @@ std::string attribute_of(unsigned number, const char *name)
 
 } // namespace
 
-std::vector<card> cards_of_host()
+std::optional<std::vector<card>> cards_of_host()
 {
     std::vector<card> cards;
     const std::unique_ptr<DIR, int (*)(DIR *)> directory(opendir(folder), closedir);
+    if (!directory && errno != ENOENT && errno != ENOTDIR) // out of descriptors, say
+        return std::nullopt;
     while (const dirent *entry = directory ? readdir(directory.get()) : nullptr) {
         if (const auto number = number_of(entry->d_name))
             cards.push_back({*number, bus_id_of(*number)});

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,8 +14,8 @@ struct card {
     bool operator==(const card &) const = default;
 };
 
-std::vector<card> cards_of_host(); // in the order of their numbers
-bool is_asleep(unsigned card);     // its device is suspended
+std::optional<std::vector<card>> cards_of_host(); // in the order of their numbers; nothing where none can tell now
+bool is_asleep(unsigned card);                    // its device is suspended
 bool is_of_another_maker(unsigned card);
 
 } // namespace readings

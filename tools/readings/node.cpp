@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 namespace readings {
+
 missing lacking(const std::string &path, int error)
 {
     switch (error) {

@@ -42,20 +42,22 @@ struct reader_pool::state {
                 seats.emplace_back(events, 0);
             return;
         }
-        std::vector<card> cards = cards_of_host();
+        auto cards = cards_of_host();
+        if (!cards)
+            return;
         for (seat &s : seats) {
-            const auto found = std::find(cards.begin(), cards.end(), card{s.number, s.link_bus_id});
+            const auto found = std::find(cards->begin(), cards->end(), card{s.number, s.link_bus_id});
             const bool was_present = s.present;
-            s.present = found != cards.end();
-            if (found != cards.end())
-                cards.erase(found);
+            s.present = found != cards->end();
+            if (found != cards->end())
+                cards->erase(found);
             if (was_present && !s.present)
                 leave(s);
             if (!was_present && s.present)
                 s.come_back(s.number);
         }
         seats.remove_if([](const seat &s) { return !s.present && !s.index && s.alive == life::none; });
-        for (const card &c : cards)
+        for (const card &c : *cards)
             welcome(c);
     }
 

@@ -281,7 +281,7 @@ std::vector<report_nodes> report_survey::cards()
     std::vector<report_nodes> lists;
     report_nodes shared;
     std::size_t position = 0;
-    for (const readings::card &c : cards_of_host()) {
+    for (const readings::card &c : cards_of_host().value_or(std::vector<readings::card>())) {
         const bool ours = !is_of_another_maker(c.number);
         lists.push_back(card(c.number, ours));
         if (ours)
