@@ -284,6 +284,7 @@ TEST(readings_message_test, what_is_no_message_is_told_from_one)
     EXPECT_TRUE(take_answer(field({0u, 1u}), said));
     EXPECT_FALSE(number_of({{"number", -1}}));
     EXPECT_FALSE(request_from({{"fields", {field_count}}, {"more", json::object()}}));
+    EXPECT_FALSE(request_from({{"fields", json::array()}, {"more", 1}}));
 }
 
 } // namespace

@@ -142,16 +142,16 @@ TEST_F(report_test, a_masked_report_names_neither_chip_nor_person)
     host.write(host.card(0, "device/config"), space);
 
     const report whole = reported("--full");
-    for (const char *secret : {"9b7f3a52", "quokka", "hunter2", "wombat", "SERIALNO"})
+    for (const char *secret : {"9b7f3a52", "quokka", "hunter2", "wombat", "SERIALNO", "534e2d504c41"})
         EXPECT_FALSE(holders_of(secret, whole.tree).empty()) << secret << " would not be found";
     for (const std::string &text : {whole.told, whole.read("report.txt")})
         EXPECT_NE(text.find("Nothing is masked"), std::string::npos) << text;
 
     host.write("/tmp/smi.log", "wombat@" + computer + " --token=hunter2\n9b7f3a52\n");
     const report masked = replayable();
-    const std::vector<std::string> planted = {"9b7f3a52",   "9B7F3A52",         "2608806482", "-1686160814", "1c0ffee5",
-                                              "470810341",  "quokka",           "hunter2",    "wombat",      "SERIALNO",
-                                              "SN-PLANTED", "\x52\x3a\x7f\x9b", computer};
+    const std::vector<std::string> planted = {
+        "9b7f3a52", "9B7F3A52", "2608806482", "-1686160814", "1c0ffee5",     "470810341",        "quokka",
+        "hunter2",  "wombat",   "SERIALNO",   "SN-PLANTED",  "534e2d504c41", "\x52\x3a\x7f\x9b", computer};
     for (const std::string &secret : planted)
         EXPECT_EQ(holders_of(secret, masked.tree), std::vector<std::string>{}) << secret;
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// top_player GPUS [ROUNDS]: the live screen on readings made up for it, always the same. It plays the rounds, 120 unless
-// told, a second apart and as fast as it can, and then stands still.
+// top_player GPUS: the live screen on readings made up for it, always the same. It plays 120 rounds, a second apart and as
+// fast as it can, and then stands still.
 
 #include "top/top.h"
 
@@ -16,14 +16,15 @@ using readings::field_of;
 using readings::gpu_state;
 
 constexpr std::time_t start = 1767276000; // 2026-01-01 14:00:00 UTC
+constexpr int rounds = 120;
 
 class play : public top::source {
 public:
-    play(unsigned gpus, int rounds) : gpus_(gpus), rounds_(rounds) {}
+    explicit play(unsigned gpus) : gpus_(gpus) {}
     void begin(const readings::request &, std::chrono::milliseconds) override { said_ = round(); }
     bool advance() override
     {
-        if (now_ + 1 < rounds_)
+        if (now_ + 1 < rounds)
             ++now_;
         return true;
     }
@@ -107,7 +108,6 @@ private:
     }
 
     unsigned gpus_;
-    int rounds_;
     int now_ = 0;
     readings::answers said_{};
 };
@@ -116,6 +116,6 @@ private:
 
 int main(int argc, char **argv)
 {
-    play made_up(argc > 1 ? static_cast<unsigned>(std::atoi(argv[1])) : 1, argc > 2 ? std::atoi(argv[2]) : 120);
+    play made_up(argc > 1 ? static_cast<unsigned>(std::atoi(argv[1])) : 1);
     return static_cast<int>(top::run(made_up, {}));
 }
