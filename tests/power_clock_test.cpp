@@ -1,17 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/sensor_host.h"
 
-#include <iterator>
-#include <sstream>
-
 using power_test = sensor_host;
 using setter_test = sensor_host;
-
-static std::vector<std::string> words(const char *text)
-{
-    std::istringstream stream(text);
-    return {std::istream_iterator<std::string>(stream), {}};
-}
 
 TEST_F(power_test, only_the_makers_own_boards_report_their_support)
 {
@@ -47,31 +38,32 @@ TEST_F(setter_test, a_value_in_range_goes_out_unchanged)
         vekml_return_t (*set)(vekml_device_t, const char *);
         const char *node, *what;
         bool talks;
-        const char *accepted, *rejected;
+        std::vector<const char *> accepted, rejected;
     } setters[] = {
-        {vekml_device_set_fan_ctrl_mode, "fan1_ctrl_mode", "fan1_ctrl_mode", false, "0 01", "2 -1"},
-        {vekml_device_set_fan_pwm1, "pwm1", "fan speed", false, "1950 05998", "1949 5999 -1 x"},
-        {vekml_device_set_power_warn, "power1_cap", "power cap1", false, "1 019999", "0 20000 -1 x"},
-        {vekml_device_set_power_volt, "in0_input", "power volt", true, "0900 x", ""},
-        {vekml_device_set_gfx_clock, "vek_gfx_freq_mhz", "gfx clock", true, "50000000 01500000000",
-         "1550000000 75000000 0 -50000000 x"},
+        {vekml_device_set_fan_ctrl_mode, "fan1_ctrl_mode", "fan1_ctrl_mode", false, {"0", "01"}, {"2", "-1"}},
+        {vekml_device_set_fan_pwm1, "pwm1", "fan speed", false, {"1950", "05998"}, {"1949", "5999", "-1", "x"}},
+        {vekml_device_set_power_warn, "power1_cap", "power cap1", false, {"1", "019999"}, {"0", "20000", "-1", "x"}},
+        {vekml_device_set_power_volt, "in0_input", "power volt", true, {"0900", "x"}, {}},
+        {vekml_device_set_gfx_clock,
+         "vek_gfx_freq_mhz",
+         "gfx clock",
+         true,
+         {"50000000", "01500000000"},
+         {"1550000000", "75000000", "0", "-50000000", "x"}},
     };
     for (const auto &[set, name, what, talks, accepted, rejected] : setters) {
         const std::string failure = std::string("set ") + what + " failed\n";
         const outcome success(0, talks ? std::string("set ") + what + " successful\n" : "");
         host.write(node(name), "before");
-        for (const auto &text : words(rejected))
-            EXPECT_EQ(call(set, text.c_str()), talks ? failed(failure) : done) << what << text;
+        for (const char *text : rejected)
+            EXPECT_EQ(call(set, text), talks ? failed(failure) : done) << what << text;
         EXPECT_EQ(text_of(name), "before");
-        for (const auto &text : words(accepted)) {
-            EXPECT_EQ(call(set, text.c_str()), success) << what << text;
+        for (const char *text : accepted) {
+            EXPECT_EQ(call(set, text), success) << what << text;
             EXPECT_EQ(text_of(name), text);
         }
         host.fail_writes(node(name));
-        EXPECT_EQ(call(set, words(accepted)[0].c_str()), failed(failure));
-        host.set_euid(1000);
-        EXPECT_EQ(call(set, words(accepted)[0].c_str()), refused(failure));
-        host.set_euid(0);
+        EXPECT_EQ(call(set, accepted[0]), failed(failure));
     }
     EXPECT_EQ(host.pauses(), std::vector<std::string>(3, "usleep 500000")) << "failed or not";
 }

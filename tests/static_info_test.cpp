@@ -23,13 +23,6 @@ TEST_F(static_info_test, the_node_fills_its_fields_and_no_other)
     EXPECT_EQ(std::tie(query.device_id, query.gddr_package_model), std::make_tuple(18975u, 33u));
     for (const char other : {query.static_text[0], query.primary_core_id[0], query.name[0], query.serial[0]})
         EXPECT_EQ(other, '#');
-    EXPECT_TRUE(logged("vekml_device_query_static_info_helper_v2",
-                       "asic_type: CHIP_TALON_B0\n core: 8\n, gddr_count: 4\n, gddr_size: 16\n"
-                       ", gddr_speed: 14000000000\n\t, primary_id: 7\n, vendor: GOODTIMES\n, uuid: abcdef12\n"
-                       ", chip_model: VEK M310\n, card_type: Compute Card\n    , fw_ver: v1.2.3\n"
-                       ", vbios_version: v0.1.4\n, fan_ctrl_mode: 1\n, support_fan_info: 2\n"
-                       ", support_temp_info: 3\n    , support_power_info: 4\n, support_power_info: 4\n"
-                       ", gpu_default_freq:900000000"));
 }
 
 TEST_F(static_info_test, numbers_become_texts)

@@ -96,6 +96,8 @@ protected:
         veksim::gpu_config distinct = veksim::distinct_gpu(2);
         distinct.fan = veksim::fan_kind::pwm;
         host.add_gpu(distinct, veksim::distinct_state(2));
+        host.write(host.card(2, "device/gpu_static_info"),
+                   "1 8 4 16 14000000000 7 2 2882400018 18975 1 16908291 65540 1 2 3 4 900000000 1 33\n");
         host.remove("/proc/5000003");
         host.write(host.hwmon(0, "fan1_target"), "50\n");
         host.set_packages("ii  vekgpu-dkms  2.1.0-3  arm64  driver\n");
@@ -120,40 +122,41 @@ protected:
     }
     void each_of(const std::string &title, const std::vector<call> &calls)
     {
+        lines answers{"---- handed out ----"};
         section(title, [&] {
-            for (const call &one : calls) {
-                if (std::string_view(one.name).starts_with("query"))
-                    continue; // they have sections of their own
-                std::string filled(std::max<std::size_t>(one.size, 1), '\0');
-                one.run(&globals.devices[0], filled.data());
-            }
+            for (const call &one : calls)
+                if (!std::string_view(one.name).starts_with("query")) // they have sections of their own
+                    answers.push_back(answer(one, 0, &calls == &setters ? '\0' : '#'));
         });
+        std::ranges::move(answers, std::back_inserter(transcript));
     }
     void ask(const std::string &title, vekml_return_t (*query)(vekml_device_t, vekml_device_query_t *))
     {
         section(title, [&] { query(&globals.devices[0], &record); });
     }
 
-    // The result of each call for GPU 2, what it prints, and its record; "#" is what it leaves as it was.
+    // The call's result and its record, in which "#" is what it leaves as it was; of large ones the result alone.
+    static std::string answer(const call &one, unsigned gpu, char before)
+    {
+        std::string filled(std::max<std::size_t>(one.size, 1), before);
+        std::string line = one.name + (" = " + std::to_string(one.run(&globals.devices[gpu], filled.data()))) + ":";
+        if (one.is_text)
+            return line + " " + filled.substr(0, filled.find('\0'));
+        for (std::size_t at = 0; at < one.size && one.size <= 200; at += 4) {
+            std::int32_t number = 0;
+            filled.copy(reinterpret_cast<char *>(&number), sizeof number, at);
+            line += " " + (number == 0x23232323 ? "#" : std::to_string(number));
+        }
+        return line;
+    }
+    // What each call prints and answers for GPU 2.
     void answers(const std::string &title)
     {
         transcript.push_back("==== what is handed out " + title + " ====");
         for (const call &one : readers) {
-            if (one.size > 200)
-                continue; // whole records have tests of their own
-            std::string filled(one.size, '#');
-            int result = 0;
-            const auto ask = [&] { result = one.run(&globals.devices[2], filled.data()); };
-            std::ranges::move(normalised(standard_output(ask)), std::back_inserter(transcript));
-            std::string line = one.name + (" = " + std::to_string(result)) + ":";
-            if (one.is_text)
-                line += " " + filled.substr(0, filled.find('\0'));
-            for (std::size_t at = 0; !one.is_text && at < filled.size(); at += 4) {
-                std::int32_t number = 0;
-                filled.copy(reinterpret_cast<char *>(&number), sizeof number, at);
-                line += " " + (number == 0x23232323 ? "#" : std::to_string(number));
-            }
-            transcript.push_back(line);
+            std::string line;
+            const std::string printed = standard_output([&] { line = answer(one, 2, '#'); });
+            std::ranges::move(normalised(printed + line), std::back_inserter(transcript));
         }
     }
 
@@ -180,6 +183,8 @@ TEST_F(transcript_test, the_log_says_what_is_recorded)
     host.set_euid(0);
     section("a fan with a target speed", [] { vekml_device_set_fan1_speed(&globals.devices[1], "60"); });
 
+    record = {};
+    section("refresh of another GPU", [&] { vekml_device_query_two_parts(&globals.devices[2], &record); });
     answers("of a healthy GPU");
     lines nodes;
     for (const auto &file : std::filesystem::recursive_directory_iterator(host.path(host.pci_device(2))))

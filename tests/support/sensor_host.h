@@ -13,10 +13,6 @@ inline outcome failed(const std::string &printed)
 {
     return {VEKML_ERROR_NODE_IO, printed};
 }
-inline outcome refused(const std::string &printed)
-{
-    return {VEKML_ERROR_NO_PERMISSION, "Permission denied!\n" + printed};
-}
 
 // The fields of a record that has nothing but 32-bit integers.
 using numbers = std::vector<std::int32_t>;
