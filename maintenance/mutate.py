@@ -139,15 +139,15 @@ class Suite:
             one = [{"GTEST_TOTAL_SHARDS": str(shards), "GTEST_SHARD_INDEX": str(shard)} for shard in range(shards)]
             return [(f"{name} {index}", run, each) for index, each in enumerate(one)]
 
-        programs = "client*:completion*:report*"
+        programs = "*client*:report*"
         # Steps, one after the other; the commands of one run side by side. Those in tools are for files below a folder.
         self.steps = {
             "src": [("src", google("library", "vekml_tests", f"-{programs}", self.jobs)),
-                    ("src", google("client", "vekml_tests", programs)),
+                    ("src", google("client", "vekml_tests", programs, self.jobs)),
                     ("src", google("readings", "vekgpu_readings_tests"))],
             "tools": [("tools/readings", google("readings", "vekgpu_readings_tests")),
                       ("tools/veksmi/top", google("top", "veksmi_top_tests")),
-                      ("tools/(veksmi|readings)", google("client", "vekml_tests", programs)),
+                      ("tools/(veksmi|readings)", google("client", "vekml_tests", programs, self.jobs)),
                       ("tools/(veksmi/[^t]|readings)", [("schema", ["/usr/bin/python3", f"{tree}/tests/json_schema.py",
                         f"{build}/bin/veksmi", f"{build}/bin/veksim", f"{build}/lib/libveksim.so",
                         f"{tree}/docs/veksmi.schema.json"], {})]),
