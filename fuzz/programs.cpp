@@ -151,45 +151,36 @@ std::vector<target> all_targets()
                           "--out-of-band\nps",
                           "--deadline\n2\nwhy\nfan_speed"};
     const std::string readings = "tools/readings/", exporter = "tools/exporter/";
+    const inputs readings_texts = {"48\n", "16.0 GT/s PCIe\n", "1 2 3 4\n5 6 7 8\n", "RxErr 1\nTOTAL_ERR_FATAL 12\n",
+                                   "unknown\n"};
+    const inputs unit_files = {"# this host\ntemperature = millicelsius\nmemory=kibibyte # as ever\r\n",
+                               "power = milliwatt\nclock = hertz\n", "power\n", "fan = rpm\n"};
+    const inputs requests = {
+        "GET /metrics HTTP/1.1\r\nHost: a\r\nAccept: "
+        "application/openmetrics-text;version=1.0.0;q=0.7,text/plain;q=0.5"
+        "\r\nX-Prometheus-Scrape-Timeout-Seconds: 0.5\r\n\r\n",
+        "HEAD /?x=%2e HTTP/1.0\r\n\r\n", "POST /healthz HTTP/1.1\r\nHost: a\r\nContent-Length: 3\r\n\r\nabc",
+        "GET /none HTTP/1.1\r\nHost: a\r\n\r\nGET / HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n",
+        "PUT / HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\nExpect: "
+        "100-continue\r\n\r\n3\r\nabc\r\n0\r\n\r\n"};
+    const inputs logins = {
+        "GET /metrics HTTP/1.1\r\nHost: a\r\nAuthorization: Basic YWRhOmZpcnN0\r\n\r\n",
+        "GET / HTTP/1.1\r\nHost: a\r\nAuthorization: Bearer ada\r\nAuthorization: Basic !!!\r\n\r\n",
+        "GET /healthz HTTP/1.0\r\nAuthorization: Digest username=\"ada\", realm=\"metrics\"\r\n\r\n"};
+    const inputs web_configs = {
+        "tls_server_config:\n  cert_file: none.crt\n  key_file: none.key\n  client_ca_file: a\n"
+        "  client_auth_type: RequireAndVerifyClientCert\n  min_version: TLS13\n",
+        "basic_auth_users:\n  ada: $2y$10$abcdefghijklmnopqrstuu5Lo0g67CiD3M4RpN1BmBb4Crp5w7dbK\n",
+        "basic_auth_users: {ada: &x y, \"b\\e[1mb\": *x, ? [a] : !!str c}\n# end\n", "--- |\n a\n...\n"};
+    const inputs odd_texts = {"Prüfstück 5 °C\x9b\u202e\ufeff", "a\tb\x7f\xc2\x9b\xed\xa0\x80\xf4\x90\x80\x80"};
     return {{"arguments", "tools/veksmi/command_line.cpp", take_arguments, lines},
             {"completion", "tools/veksmi/completion.cpp", complete, lines},
             {"mask", "tools/veksmi/report_mask.cpp", mask, texts_to_mask()},
-            {"fields",
-             readings + "pci_link.cpp",
-             read_fields,
-             {"48\n", "16.0 GT/s PCIe\n", "1 2 3 4\n5 6 7 8\n", "RxErr 1\nTOTAL_ERR_FATAL 12\n", "unknown\n"},
-             add_gpu},
+            {"fields", readings + "pci_link.cpp", read_fields, readings_texts, add_gpu},
             {"message", readings + "message.cpp", take_message, {sample_message(), sample_request()}},
-            {"units",
-             readings + "units.cpp",
-             take_units,
-             {"# this host\ntemperature = millicelsius\nmemory=kibibyte # as ever\r\n",
-              "power = milliwatt\nclock = hertz\n", "power\n", "fan = rpm\n"}},
-            {"request",
-             exporter + "server.cpp",
-             run_request,
-             {"GET /metrics HTTP/1.1\r\nHost: a\r\nAccept: "
-              "application/openmetrics-text;version=1.0.0;q=0.7,text/plain;q=0.5"
-              "\r\nX-Prometheus-Scrape-Timeout-Seconds: 0.5\r\n\r\n",
-              "HEAD /?x=%2e HTTP/1.0\r\n\r\n", "POST /healthz HTTP/1.1\r\nHost: a\r\nContent-Length: 3\r\n\r\nabc",
-              "GET /none HTTP/1.1\r\nHost: a\r\n\r\nGET / HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n",
-              "PUT / HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\nExpect: "
-              "100-continue\r\n\r\n3\r\nabc\r\n0\r\n\r\n"}},
-            {"login",
-             exporter + "gate.cpp",
-             run_login,
-             {"GET /metrics HTTP/1.1\r\nHost: a\r\nAuthorization: Basic YWRhOmZpcnN0\r\n\r\n",
-              "GET / HTTP/1.1\r\nHost: a\r\nAuthorization: Bearer ada\r\nAuthorization: Basic !!!\r\n\r\n",
-              "GET /healthz HTTP/1.0\r\nAuthorization: Digest username=\"ada\", realm=\"metrics\"\r\n\r\n"}},
-            {"web_config",
-             exporter + "web_config.cpp",
-             run_web_config,
-             {"tls_server_config:\n  cert_file: none.crt\n  key_file: none.key\n  client_ca_file: a\n"
-              "  client_auth_type: RequireAndVerifyClientCert\n  min_version: TLS13\n",
-              "basic_auth_users:\n  ada: $2y$10$abcdefghijklmnopqrstuu5Lo0g67CiD3M4RpN1BmBb4Crp5w7dbK\n",
-              "basic_auth_users: {ada: &x y, \"b\\e[1mb\": *x, ? [a] : !!str c}\n# end\n", "--- |\n a\n...\n"}},
-            {"printable",
-             readings + "value.cpp",
-             take_text,
-             {"Prüfstück 5 °C\x9b\u202e\ufeff", "a\tb\x7f\xc2\x9b\xed\xa0\x80\xf4\x90\x80\x80"}}};
+            {"units", readings + "units.cpp", take_units, unit_files},
+            {"request", exporter + "server.cpp", run_request, requests},
+            {"login", exporter + "gate.cpp", run_login, logins},
+            {"web_config", exporter + "web_config.cpp", run_web_config, web_configs},
+            {"printable", readings + "value.cpp", take_text, odd_texts}};
 }
