@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "options.h"
 
+#include "readings/number.h"
 #include "readings/value.h"
 
 #include <CLI/CLI.hpp>
-#include <charconv>
 #include <cmath>
 #include <fmt/format.h>
 #include <functional>
@@ -49,15 +49,6 @@ void add_option(CLI::App &app, const char *name, const char *values, bool repeat
     app.add_option(name, CLI::callback_t(take_all))->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 
-template <typename Number>
-std::optional<Number> number_from(const std::string &text)
-{
-    Number number{};
-    const char *end = text.data() + text.size();
-    const auto [last, error] = std::from_chars(text.data(), end, number);
-    return error == std::errc() && last == end ? std::optional(number) : std::nullopt;
-}
-
 std::string wording(const CLI::ParseError &error, const CLI::App &app)
 {
     const std::vector<std::string> unknown = app.remaining(true);
@@ -85,13 +76,13 @@ std::optional<std::string> parse(int argc, char **argv, options &wanted)
         return text.find(':') != text.npos;
     });
     add_option(app, "--deadline", "0.01 to 60 seconds", false, [&](const std::string &text) {
-        const double seconds = number_from<double>(text).value_or(0);
+        const double seconds = readings::to_number<double>(text).value_or(0);
         const bool is_fit = seconds >= 0.01 && seconds <= 60;
         wanted.deadline = std::chrono::milliseconds(is_fit ? std::lround(seconds * 1000) : 0);
         return is_fit;
     });
     add_option(app, "--processes", "a number from 0 to 5", false, [&](const std::string &text) {
-        wanted.processes = number_from<unsigned>(text).value_or(6);
+        wanted.processes = readings::to_number<unsigned>(text).value_or(6);
         return wanted.processes <= 5;
     });
     const auto file_option = [&](const char *name, std::string &path) {

@@ -3,10 +3,10 @@
 
 #include "metrics.h"
 #include "page.h"
+#include "readings/number.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -45,10 +45,9 @@ std::string_view header_of(MHD_Connection *connection, const char *name)
 // When a scraper will have given up, as it says.
 clock::time_point patience_of(MHD_Connection *connection)
 {
-    const std::string_view text = header_of(connection, "X-Prometheus-Scrape-Timeout-Seconds");
-    double given = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), given);
-    if (error != std::errc() || end != text.data() + text.size() || !(given > 0 && given < 3600))
+    const double given =
+        readings::to_number<double>(header_of(connection, "X-Prometheus-Scrape-Timeout-Seconds")).value_or(0);
+    if (!(given > 0 && given < 3600))
         return clock::time_point::max();
     const auto all = std::chrono::duration_cast<milliseconds>(std::chrono::duration<double>(given));
     return clock::now() + std::max<milliseconds>(all - way_back, least_patience);

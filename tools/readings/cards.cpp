@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cards.h"
 
+#include "number.h"
 #include "pci_address.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <climits>
 #include <cstdlib>
 #include <dirent.h>
@@ -24,12 +24,7 @@ constexpr const char *folder = "/sys/class/drm";
 std::optional<unsigned> number_of(std::string_view entry)
 {
     constexpr std::string_view prefix = "card";
-    unsigned number = 0;
-    if (!entry.starts_with(prefix))
-        return std::nullopt;
-    entry.remove_prefix(prefix.size());
-    const auto [end, error] = std::from_chars(entry.data(), entry.data() + entry.size(), number);
-    return error == std::errc() && end == entry.data() + entry.size() ? std::optional(number) : std::nullopt;
+    return entry.starts_with(prefix) ? to_number<unsigned>(entry.substr(prefix.size())) : std::nullopt;
 }
 
 std::string bus_id_of(unsigned number)

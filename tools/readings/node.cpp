@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "node.h"
 
+#include "number.h"
+
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -45,12 +46,10 @@ value number_in(const std::string &path, std::int64_t lowest, std::int64_t highe
     const auto found = read_node(path);
     if (const auto *why = std::get_if<missing>(&found))
         return *why;
-    const std::string_view text = trimmed(std::get<std::string>(found));
-    std::int64_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (text.empty() || error != std::errc() || end != text.data() + text.size() || number < lowest || number > highest)
+    const auto number = to_number<std::int64_t>(trimmed(std::get<std::string>(found)));
+    if (!number || *number < lowest || *number > highest)
         return missing{reason::malformed, 0, path};
-    return number;
+    return *number;
 }
 
 } // namespace readings

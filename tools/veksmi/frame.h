@@ -2,9 +2,9 @@
 #pragma once
 
 #include "readings/answer.h"
+#include "readings/number.h"
 #include "vekml.h"
 
-#include <charconv>
 #include <chrono>
 #include <optional>
 #include <stdexcept>
@@ -53,15 +53,6 @@ struct options {
     std::string output;             // of a report
     bool full = false;              // nothing in it is masked
 };
-
-// The number that TEXT is from its first character to its last.
-template <typename Number>
-std::optional<Number> to_number(std::string_view text)
-{
-    Number number{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
-}
 
 // Keys separated by commas. An unknown one is thrown as usage_error.
 field_list parse_fields(std::string_view keys);

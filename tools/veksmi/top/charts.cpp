@@ -42,12 +42,6 @@ int level_of(float value, const scale &shown, int most)
 
 } // namespace
 
-const char *name_of(glyphs set)
-{
-    constexpr const char *names[] = {"braille", "blocks", "ascii"};
-    return names[static_cast<int>(set)];
-}
-
 glyphs fitting(std::string_view encoding, std::string_view terminal)
 {
     if (encoding != "UTF-8")

@@ -8,7 +8,7 @@
 namespace top {
 
 enum class glyphs { braille, blocks, ascii };
-const char *name_of(glyphs set);
+inline constexpr const char *glyph_names[] = {"braille", "blocks", "ascii"};
 // What a terminal of this name shows in this encoding.
 glyphs fitting(std::string_view encoding, std::string_view terminal);
 std::size_t columns_in(glyphs set, int width); // how many values WIDTH cells show side by side

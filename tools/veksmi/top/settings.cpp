@@ -18,7 +18,6 @@ namespace {
 using json = nlohmann::ordered_json;
 
 constexpr std::size_t longest_file = 4096;
-constexpr const char *glyph_names[] = {"braille", "blocks", "ascii"};
 
 // The place of the text under KEY among NAMES.
 template <typename Value, std::size_t Count>
