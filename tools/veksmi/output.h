@@ -26,7 +26,7 @@ void remark(std::string_view text);   // one line on standard error
 void complain(std::string_view text); // likewise, in the client's name
 
 void put_wrapped(std::string_view text); // what is too wide goes on below, behind the line's last gap
-std::size_t output_width();           // columns: the terminal's, 60 to 200; 80 where there is none
+std::size_t output_width();              // columns: the terminal's, 60 to 200; 80 where there is none
 
 bool is_coloured();
 enum class colour { bold, green, yellow, red };

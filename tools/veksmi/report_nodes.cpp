@@ -248,7 +248,7 @@ report_nodes report_survey::card(unsigned number, bool ours)
         add(list, card + "/" + node.name, node.what);
     for (const std::string &name : names_in(card)) {
         if (name.starts_with("card"))
-            add(list, card + "/" + name + "/status");
+            add(list, fmt::format("{}/{}/status", card, name));
     }
     const std::string sensors = device + "/hwmon";
     bool first = true;

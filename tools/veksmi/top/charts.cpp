@@ -87,8 +87,8 @@ std::vector<chart_cell> draw_chart(const std::vector<float> &values, int width, 
     }
     for (int x = 0; x < width; ++x) {
         const auto value_at = [&](int i) {
-            const auto column = static_cast<std::size_t>(x * per_cell + i);
-            return column < values.size() ? values[column] : NAN;
+            const int column = x * per_cell + i;
+            return column < std::ssize(values) ? values[static_cast<std::size_t>(column)] : NAN;
         };
         const float left = value_at(0), right = per_cell == 2 ? value_at(1) : NAN;
         const mark what = std::fmax(left, right) >= lowest ? mark::over : mark::value;
