@@ -30,6 +30,7 @@ def test_the_page_is_the_recorded_one(host: Host) -> None:
         if os.environ.get("EXPORTER_RECORD"):
             recorded.write_text(told)
         assert told == recorded.read_text()
+        assert 0 < samples_of(page)[("vekgpu_scrape_duration_seconds", ())] < 30
     assert exporter.samples()[("vekgpu_last_success_timestamp_seconds", (FIRST,))] == pytest.approx(time.time(), abs=60)
 
 

@@ -66,6 +66,8 @@ def test_only_users_with_their_passwords_enter(host: Host, tmp_path: Path) -> No
     times = [min(exporter.get(Authorization=basic(user, f"wrong{number}")).seconds for number in range(9))
              for user in ("ada", "eve")]
     assert 0.5 < times[0] / times[1] < 2, times
+    times.append(min(exporter.get("/none", Authorization=basic("ada", "first")).seconds for _ in range(9)))
+    assert times[2] < times[0] / 2, "one that has entered is not looked at as long again"
 
 
 def test_readings_go_by_tls(host: Host, keys: Path) -> None:
