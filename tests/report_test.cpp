@@ -92,6 +92,11 @@ TEST_F(report_test, the_host_plays_back_with_its_faults)
     EXPECT_NE(played_back(whole, "ps --format json").out.find("--of=all"), std::string::npos);
     replayable();
 
+    host.remove(host.card(0, "device/gpu_mem_util_info")); // the processes are asked for by request
+    const std::string processes = veksmi("ps --format json").out;
+    EXPECT_NE(processes.find("5000002"), std::string::npos);
+    EXPECT_EQ(played_back(replayable("--full"), "ps --format json").out, processes);
+
     host.write("/etc/vekgpu/units.conf", "power = milliwatt # of wombat\nclock=hertz\nvoltage = millivolt\n");
     const report scaled = replayable();
     EXPECT_EQ(scaled.read("/etc/vekgpu/units.conf"), "power = milliwatt \nclock=hertz\nvoltage = millivolt\n");

@@ -3,6 +3,7 @@
 #include "output.h"
 #include "session.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -99,9 +100,8 @@ void print_json(const std::vector<explanation> &list, const answers &said)
 // of them: they are named only where they were asked for.
 void print_sentences(const std::vector<explanation> &list, bool named)
 {
-    std::vector<const explanation *> left;
-    for (const explanation &e : list)
-        left.push_back(&e);
+    std::vector<const explanation *> left(list.size());
+    std::transform(list.begin(), list.end(), left.begin(), [](const explanation &e) { return &e; });
     while (!left.empty()) {
         const explanation &first = *left.front();
         std::vector<std::string_view> keys;

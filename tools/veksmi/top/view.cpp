@@ -210,15 +210,15 @@ private:
     // ---- processes
 
     struct process_column {
-        column what;
         const char *name;
         int width; // 0: what is left
+        column what;
         bool right;
     };
     static constexpr process_column process_columns[] = {
-        {column::gpu, "GPU", 6, true},         {column::pid, "PID", 9, true},
-        {column::user, "USER", 10, false},     {column::memory, "MEMORY", 10, true},
-        {column::all_memory, "ALL", 10, true}, {column::command, "COMMAND", 0, false},
+        {"GPU", 6, column::gpu, true},         {"PID", 9, column::pid, true},
+        {"USER", 10, column::user, false},     {"MEMORY", 10, column::memory, true},
+        {"ALL", 10, column::all_memory, true}, {"COMMAND", 0, column::command, false},
     };
 
     // As sorted by it: 1 or 2, and which way.
