@@ -166,6 +166,8 @@ TEST_F(report_test, a_masked_report_names_neither_chip_nor_person)
     EXPECT_NE(gpus[0]["uuid"], gpus[1]["uuid"]);
     EXPECT_EQ(gpus[0]["firmware_version"], "v1.2.3");
     EXPECT_EQ(gpus[0]["process_count"], 1);
+    EXPECT_NE(masked.read(host.debug_dump(1)).find("GPU_LOCAL, Free Size: 7301444404, Total Size: 8589934592\n"),
+              std::string::npos);
     for (int i = 0; i < 2; ++i) {
         const std::string number = std::to_string(std::stoul(gpus[i]["uuid"].get<std::string>(), nullptr, 16));
         for (const std::string &place :
